@@ -1,0 +1,24 @@
+# What every target of the project is compiled and linked with.
+add_library(bfcl_options INTERFACE)
+
+# Assertion messages and debug information name sources by their place in the tree, wherever it is.
+target_compile_options(bfcl_options INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wformat=2
+  -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=
+  -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
+target_compile_definitions(bfcl_options INTERFACE _GNU_SOURCE)
+
+# Assertions are part of the behaviour: no build type leaves any out.
+foreach(flags CMAKE_CXX_FLAGS_RELEASE CMAKE_CXX_FLAGS_RELWITHDEBINFO CMAKE_CXX_FLAGS_MINSIZEREL)
+  string(REPLACE "-DNDEBUG" "" ${flags} "${${flags}}")
+endforeach()
+
+# Hardening of the builds that people install.
+set(hardened $<CONFIG:Release,RelWithDebInfo,MinSizeRel>)
+target_compile_options(bfcl_options INTERFACE
+  "$<${hardened}:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2;-fstack-protector-strong;-fstack-clash-protection>")
+target_link_options(bfcl_options INTERFACE $<${hardened}:LINKER:-z,relro,-z,now,-z,noexecstack>)
+
+include(CheckPIESupported)
+check_pie_supported()
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)

@@ -1,0 +1,143 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "BaseXmlLoader.h"
+
+#include "vex_assert.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <sstream>
+
+namespace vex::xml {
+
+namespace {
+
+// The texts are parsed as they stand: entities replaced, white space kept.
+std::unique_ptr<tinyxml2::XMLDocument> make_document() {
+  return std::make_unique<tinyxml2::XMLDocument>(true, tinyxml2::PRESERVE_WHITESPACE);
+}
+
+// Stores a conversion's result whatever follows the number; true when nothing does.
+template <typename Value, typename Convert>
+bool convert_digits(const char* str, Value* value, int base, Convert convert) {
+  if (*str < '0' || *str > '9') {
+    return false;
+  }
+  char* end = nullptr;
+  *value = static_cast<Value>(convert(str, &end, base));
+  return *end == '\0';
+}
+
+template <typename Number, typename Convert>
+std::istream& read_number(std::istream& stream, Number& number, Convert convert) {
+  std::string word;
+  stream >> word;
+  if (!convert(word.c_str(), &number.value, 0)) {
+    stream.setstate(std::ios::failbit);
+  }
+  return stream;
+}
+
+} // namespace
+
+tinyxml2::XMLDocument* BaseXmlLoader::parse_file(const char* filename) {
+  VEX_ASSERT_TEXT(filename != nullptr, "filename != __null");
+  m_source_name = filename;
+  reset_errors();
+  auto doc = make_document();
+  if (doc->LoadFile(filename) != tinyxml2::XML_SUCCESS || doc->Error()) {
+    std::printf("ERROR FOUND: %s\n", doc->ErrorName());
+    set_last_error(doc.get());
+    return nullptr;
+  }
+  return doc.release();
+}
+
+tinyxml2::XMLDocument* BaseXmlLoader::parse_xml(const char* xml) {
+  VEX_ASSERT_TEXT(xml != nullptr, "xml != __null");
+  m_source_name = "[mem]";
+  reset_errors();
+  auto doc = make_document();
+  doc->Parse(xml, static_cast<std::size_t>(-1));
+  if (doc->Error()) {
+    set_last_error(doc.get());
+    return nullptr;
+  }
+  return doc.release();
+}
+
+void BaseXmlLoader::reset_errors() {
+  m_errors.clear();
+  m_warnings.clear();
+}
+
+const std::string& BaseXmlLoader::get_error(unsigned index) const {
+  VEX_ASSERT(index < m_errors.size());
+  return m_errors[index];
+}
+
+const std::string& BaseXmlLoader::get_warning(unsigned index) const {
+  VEX_ASSERT(index < m_warnings.size());
+  return m_warnings[index];
+}
+
+void BaseXmlLoader::set_last_error(tinyxml2::XMLDocument* doc) {
+  std::ostringstream text;
+  text << "XML error: " << doc->ErrorName();
+  // The library keeps one detail string, with the line and what it found there.
+  const char* detail = doc->ErrorStr();
+  if (detail != nullptr && *detail != '\0') {
+    text << ", " << detail;
+  }
+  text << "\n";
+  report_error(text.str());
+}
+
+std::string BaseXmlLoader::doc_to_string(tinyxml2::XMLDocument* doc) {
+  VEX_ASSERT_TEXT(doc != nullptr, "doc != __null");
+  PrettyPrinter printer;
+  doc->Accept(&printer);
+  return printer.CStr();
+}
+
+void BaseXmlLoader::report_error(const std::string& msg) {
+  m_errors.push_back(msg);
+}
+
+void BaseXmlLoader::report_warning(const std::string& msg) {
+  m_warnings.push_back(msg);
+}
+
+const char* BaseXmlLoader::get_source_name() const {
+  return m_source_name;
+}
+
+void BaseXmlLoader::debug(const std::string& msg) {
+  std::fputs(msg.c_str(), stderr);
+}
+
+PrettyPrinter::PrettyPrinter(FILE*, bool, int) : tinyxml2::XMLPrinter(nullptr, false, 0) {}
+
+void PrettyPrinter::PrintSpace(int depth) {
+  for (int level = 0; level < depth; ++level) {
+    Write("  ");
+  }
+}
+
+bool convert_to_unsigned(const char* str, unsigned int* value, int base) {
+  return convert_digits(str, value, base, std::strtoul);
+}
+
+bool convert_to_unsigned64(const char* str, unsigned long long* value, int base) {
+  return convert_digits(str, value, base, std::strtoull);
+}
+
+std::istream& operator>>(std::istream& stream, unsigned_hex& number) {
+  return read_number(stream, number, convert_to_unsigned);
+}
+
+std::istream& operator>>(std::istream& stream, unsigned64_hex& number) {
+  return read_number(stream, number, convert_to_unsigned64);
+}
+
+} // namespace vex::xml

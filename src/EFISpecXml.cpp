@@ -1,0 +1,486 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "EFISpecXml.h"
+
+#include "vex_assert.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
+
+namespace vex::efi::xml {
+
+using tinyxml2::XMLElement;
+
+// An attribute that an element must have. When it is absent, a second report follows the one that
+// says so: `msg`, on the attribute called `label`.
+struct RequiredAttribute {
+  const char* name;
+  const char* label;
+  const char* msg;
+};
+
+namespace {
+
+constexpr RequiredAttribute FUNCTION_NAME = {"name", "function_name",
+                                             "Unsupported function_name string."};
+constexpr RequiredAttribute MODULE_NAME = {"module", "module_name",
+                                           "Unsupported module_name string."};
+constexpr RequiredAttribute NAME = {"name", "name", "Unsupported name string."};
+constexpr RequiredAttribute VALUE = {"value", "value", "Unsupported value string."};
+constexpr RequiredAttribute PORT = {"port", "port", "Unsupported port string."};
+constexpr RequiredAttribute TYPE = {"type", "type", "Unsupported type string."};
+constexpr RequiredAttribute ACCESS = {"access", "access", "Unsupported access string."};
+constexpr RequiredAttribute WIDTH = {"width", "width", "Unsupported width string."};
+constexpr RequiredAttribute BURSTWIDTH = {"burstwidth", "burstwidth", WIDTH.msg};
+constexpr RequiredAttribute OPTYPE = {"optype", "optype", "Unsupported optype string."};
+constexpr RequiredAttribute BUFFER_LOCATION = {"buffer_location", "buffer_location",
+                                               "Unsupported buffer_location string."};
+
+constexpr const char* PORT_IN_USE_MSG = "Multiple uses of port.";
+
+constexpr unsigned POINTER_WIDTH = 64; // bits
+
+int find_signal(const std::string& type) {
+  const auto found = std::find(VRM_SIGNAL_NAME.begin(), VRM_SIGNAL_NAME.end(), type);
+  return found != VRM_SIGNAL_NAME.end() ? static_cast<int>(found - VRM_SIGNAL_NAME.begin()) : -1;
+}
+
+// The parse of a whole text. The XML library's queries stop at the first character that does not
+// fit, so that "3.5" would pass as the integer 3, and let large integers wrap.
+bool is_whole_integer(const char* text, int value) {
+  const char* digits = text + std::strspn(text, " \t\n\r");
+  const bool hex = digits[0] == '0' && (digits[1] == 'x' || digits[1] == 'X');
+  char* end = nullptr;
+  return std::strtol(text, &end, hex ? 16 : 10) == value && end != text && *end == '\0';
+}
+
+bool is_whole_float(const char* text) {
+  char* end = nullptr;
+  std::strtof(text, &end);
+  return end != text && *end == '\0';
+}
+
+} // namespace
+
+EFIVisitor::EFIVisitor(EFISpec* spec, vex::xml::VisitorCallbacks* callbacks, bool debug,
+                       bool component_checks)
+    : BaseVisitor(callbacks, debug), m_spec(spec), m_component_checks(component_checks) {
+  VEX_ASSERT_TEXT(spec != nullptr, "spec != __null");
+}
+
+bool EFIVisitor::VisitEnter(const XMLElement& elem, const tinyxml2::XMLAttribute* attributes) {
+  if (!BaseVisitor::VisitEnter(elem, attributes)) {
+    return false;
+  }
+  const std::string name = elem.Value();
+  if (name == "EFI_SPEC" || name == "RTL_SPEC") {
+    return visit_efi_spec(elem);
+  }
+  return name == "FUNCTION" ? visit_efi_elem(elem) : report_unexpected_elem(elem, "");
+}
+
+bool EFIVisitor::visit_efi_spec(const XMLElement& elem) {
+  if (report_unexpected_elem_stack(elem, 0)) {
+    report_unexpected_elem_stack_count(elem, 1);
+  }
+  return ok();
+}
+
+bool EFIVisitor::visit_efi_elem(const XMLElement& elem) {
+  // Elsewhere it is no component: its children will be found unexpected.
+  if (!check_element_stack(1, "EFI_SPEC") && !check_element_stack(1, "RTL_SPEC")) {
+    return ok();
+  }
+  if (!report_unexpected_attrs(elem, 2, FUNCTION_NAME.name, MODULE_NAME.name)) {
+    return ok();
+  }
+  EFIElemVisitor visitor(this, m_spec, m_component_checks);
+  if (!elem.Accept(&visitor)) {
+    set_error();
+  }
+  return false; // the subtree has been walked
+}
+
+bool EFIVisitor::VisitExit(const tinyxml2::XMLDocument& doc) {
+  if (!BaseVisitor::VisitExit(doc)) {
+    return false;
+  }
+  return !m_spec->efi_elems().empty() ||
+         report_error("Missing Function (<FUNCTION>) in EFI specification.");
+}
+
+// What each element under FUNCTION must keep, FUNCTION included.
+struct ElementRule {
+  const char* name;
+  unsigned depth;     // its ancestors up to FUNCTION: 0 for FUNCTION, 1 for an element under it
+  const char* parent; // at depth 2
+  bool once;
+  std::vector<std::string> attributes;
+  bool (EFIElemVisitor::*visit)(const XMLElement& elem);
+};
+
+namespace {
+
+constexpr bool ONCE = true;
+constexpr bool ANY = false;
+
+// FILE has two parents and checks its rule itself.
+constexpr unsigned OWN_RULE = 3;
+
+const ElementRule* find_rule(const char* name) {
+  using V = EFIElemVisitor;
+  static const std::vector<std::string> none;
+  static const std::vector<std::string> value = {"value"};
+  static const std::vector<std::string> port = {"port", "width"};
+  static const ElementRule rules[] = {
+      {"FUNCTION", 0, nullptr, ANY, {"name", "module"}, &V::visit_efi_elem},
+      {"ATTRIBUTES", 1, nullptr, ONCE, none, &V::visit_attributes},
+      {"IS_STALL_FREE", 2, "ATTRIBUTES", ANY, value, &V::visit_is_stall_free},
+      {"IS_FIXED_LATENCY", 2, "ATTRIBUTES", ANY, value, &V::visit_is_fixed_latency},
+      {"EXPECTED_LATENCY", 2, "ATTRIBUTES", ANY, value, &V::visit_expected_latency},
+      {"CAPACITY", 2, "ATTRIBUTES", ANY, value, &V::visit_capacity},
+      {"HAS_SIDE_EFFECTS", 2, "ATTRIBUTES", ANY, value, &V::visit_has_side_effects},
+      {"ALLOW_MERGING", 2, "ATTRIBUTES", ANY, value, &V::visit_allow_merging},
+      {"PARAMETER", 2, "ATTRIBUTES", ANY, {"name", "value"}, &V::visit_parameter},
+      {"INTERFACE", 1, nullptr, ONCE, none, &V::visit_interface},
+      {"VEYRA", 2, "INTERFACE", ANY, {"port", "type"}, &V::visit_veyra},
+      {"MEM_INPUT", 2, "INTERFACE", ANY, {"port", "access"}, &V::visit_mem_input},
+      {"INPUT", 2, "INTERFACE", ANY, port, &V::visit_input},
+      {"OUTPUT", 2, "INTERFACE", ONCE, port, &V::visit_output},
+      {"VEYRA_MEM",
+       2,
+       "INTERFACE",
+       ANY,
+       {"port", "width", "burstwidth", "optype", "buffer_location"},
+       &V::visit_veyra_mem},
+      {"REQUIREMENTS", 1, nullptr, ONCE, none, &V::visit_requirements},
+      {"C_MODEL", 1, nullptr, ONCE, none, &V::visit_c_model},
+      {"FILE", OWN_RULE, nullptr, ANY, {}, &V::visit_file},
+      {"RESOURCES", 1, nullptr, ONCE, none, &V::visit_resources},
+      {"ALUTS", 2, "RESOURCES", ANY, value, &V::visit_aluts},
+      {"FFS", 2, "RESOURCES", ANY, value, &V::visit_ffs},
+      {"RAMS", 2, "RESOURCES", ANY, value, &V::visit_rams},
+      {"DSPS", 2, "RESOURCES", ANY, value, &V::visit_dsps},
+      {"MLABS", 2, "RESOURCES", ANY, value, &V::visit_mlabs},
+  };
+  const auto* found = std::find_if(std::begin(rules), std::end(rules), [name](const auto& rule) {
+    return std::strcmp(rule.name, name) == 0;
+  });
+  return found != std::end(rules) ? found : nullptr;
+}
+
+} // namespace
+
+EFIElemVisitor::EFIElemVisitor(BaseVisitor* parent, EFISpec* spec, bool component_checks)
+    : BaseVisitor(parent), m_spec(spec), m_component_checks(component_checks) {}
+
+bool EFIElemVisitor::VisitEnter(const XMLElement& elem, const tinyxml2::XMLAttribute* attributes) {
+  if (!BaseVisitor::VisitEnter(elem, attributes)) {
+    return false;
+  }
+  const ElementRule* rule = find_rule(elem.Value());
+  if (rule == nullptr) {
+    return report_unexpected_elem(elem, "");
+  }
+  return keeps_rule(elem, *rule) ? (this->*rule->visit)(elem) : ok();
+}
+
+bool EFIElemVisitor::keeps_rule(const XMLElement& elem, const ElementRule& rule) {
+  if (rule.depth == OWN_RULE) {
+    return true;
+  }
+  return report_unexpected_elem_stack(elem, rule.depth, "FUNCTION", rule.parent) &&
+         (!rule.once || report_unexpected_elem_stack_count(elem, 1)) &&
+         report_unexpected_attrs(elem, rule.attributes);
+}
+
+const char* EFIElemVisitor::read_attribute(const XMLElement& elem,
+                                           const RequiredAttribute& attribute) {
+  const char* text = elem.Attribute(attribute.name);
+  if (text == nullptr) {
+    report_missing_attr(elem, attribute.name, "");
+    report_attr_error(elem, attribute.label, attribute.msg);
+  }
+  return text;
+}
+
+bool EFIElemVisitor::read_unsigned(const XMLElement& elem, const RequiredAttribute& attribute,
+                                   unsigned& result) {
+  const char* text = read_attribute(elem, attribute);
+  if (text == nullptr) {
+    return false;
+  }
+  if (!vex::xml::convert_to_unsigned(text, &result, 10)) {
+    report_attr_type_error(elem, attribute.name, "");
+    return report_attr_error(elem, attribute.label, attribute.msg);
+  }
+  return true;
+}
+
+bool EFIElemVisitor::visit_efi_elem(const XMLElement& elem) {
+  const char* function_name = read_attribute(elem, FUNCTION_NAME);
+  if (function_name == nullptr) {
+    return false;
+  }
+  if (m_spec->find_efi_elem_for_function_name(function_name) >= 0) {
+    return report_attr_error(elem, FUNCTION_NAME.label, "Function_name string must be unique.");
+  }
+  const char* module_name = read_attribute(elem, MODULE_NAME);
+  if (module_name == nullptr) {
+    return false;
+  }
+  m_elem = m_spec->add_efi_elem(std::make_unique<EFIElem>(function_name, module_name));
+  return ok();
+}
+
+// The containers hold nothing of their own.
+bool EFIElemVisitor::visit_attributes(const XMLElement&) {
+  return ok();
+}
+bool EFIElemVisitor::visit_interface(const XMLElement&) {
+  return ok();
+}
+bool EFIElemVisitor::visit_requirements(const XMLElement&) {
+  return ok();
+}
+bool EFIElemVisitor::visit_c_model(const XMLElement&) {
+  return ok();
+}
+bool EFIElemVisitor::visit_resources(const XMLElement&) {
+  return ok();
+}
+
+bool EFIElemVisitor::visit_is_stall_free(const XMLElement& elem) {
+  return visit_yes_no(elem, "IS_STALL_FREE", m_elem->m_is_stall_free);
+}
+bool EFIElemVisitor::visit_is_fixed_latency(const XMLElement& elem) {
+  return visit_yes_no(elem, "IS_FIXED_LATENCY", m_elem->m_is_fixed_latency);
+}
+bool EFIElemVisitor::visit_has_side_effects(const XMLElement& elem) {
+  return visit_yes_no(elem, "HAS_SIDE_EFFECTS", m_elem->m_has_side_effects);
+}
+bool EFIElemVisitor::visit_allow_merging(const XMLElement& elem) {
+  return visit_yes_no(elem, "ALLOW_MERGING", m_elem->m_allow_merging);
+}
+
+bool EFIElemVisitor::visit_expected_latency(const XMLElement& elem) {
+  return get_attribute_value(elem, m_elem->m_latency);
+}
+bool EFIElemVisitor::visit_capacity(const XMLElement& elem) {
+  return get_attribute_value(elem, m_elem->m_capacity);
+}
+bool EFIElemVisitor::visit_aluts(const XMLElement& elem) {
+  return get_attribute_value(elem, m_elem->m_aluts);
+}
+bool EFIElemVisitor::visit_ffs(const XMLElement& elem) {
+  return get_attribute_value(elem, m_elem->m_ffs);
+}
+bool EFIElemVisitor::visit_rams(const XMLElement& elem) {
+  return get_attribute_value(elem, m_elem->m_rams);
+}
+bool EFIElemVisitor::visit_dsps(const XMLElement& elem) {
+  return get_attribute_value(elem, m_elem->m_dsps);
+}
+bool EFIElemVisitor::visit_mlabs(const XMLElement& elem) {
+  return get_attribute_value(elem, m_elem->m_mlabs);
+}
+
+bool EFIElemVisitor::visit_yes_no(const XMLElement& elem, const char* name, YesNo& field) {
+  const bool result = get_yes_no_attribute_value(name, elem, field.value);
+  field.set = true;
+  return result;
+}
+
+bool EFIElemVisitor::get_yes_no_attribute_value(const std::string& name, const XMLElement& elem,
+                                                bool& result) {
+  const char* text = read_attribute(elem, VALUE);
+  if (text == nullptr) {
+    return false;
+  }
+  std::string value = text;
+  std::transform(value.begin(), value.end(), value.begin(), [](char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+  });
+  if (value != "yes" && value != "no") {
+    return report_attr_error(elem, name, name + " value must be set to \"yes\" or \"no\".");
+  }
+  result = value == "yes";
+  return ok();
+}
+
+bool EFIElemVisitor::get_attribute_value(const XMLElement& elem, int& result) {
+  const char* text = read_attribute(elem, VALUE);
+  if (text == nullptr) {
+    return false;
+  }
+  if (elem.QueryIntAttribute(VALUE.name, &result) != tinyxml2::XML_SUCCESS ||
+      !is_whole_integer(text, result)) {
+    return report_attr_type_error(elem, VALUE.name, "");
+  }
+  return ok();
+}
+
+bool EFIElemVisitor::get_attribute_value(const XMLElement& elem, float& result) {
+  const char* text = read_attribute(elem, VALUE);
+  if (text == nullptr) {
+    return false;
+  }
+  if (elem.QueryFloatAttribute(VALUE.name, &result) != tinyxml2::XML_SUCCESS ||
+      !is_whole_float(text)) {
+    return report_attr_type_error(elem, VALUE.name, "");
+  }
+  return ok();
+}
+
+bool EFIElemVisitor::port_in_use(const std::string& port) const {
+  // A signal without a port yet, and an output that is not given yet, stand for the empty name.
+  const auto& signals = m_elem->m_signal_ports;
+  const bool is_unset =
+      port.empty() && (m_elem->m_output_name.empty() ||
+                       std::find(signals.begin(), signals.end(), port) != signals.end());
+  return is_unset || m_ports_in_use.contains(port);
+}
+
+bool EFIElemVisitor::visit_veyra(const XMLElement& elem) {
+  const char* port = read_attribute(elem, PORT);
+  const char* type = port != nullptr ? read_attribute(elem, TYPE) : nullptr;
+  if (type == nullptr) {
+    return false;
+  }
+  const int signal = find_signal(type);
+  if (signal >= 0 && !m_elem->m_signal_ports[static_cast<std::size_t>(signal)].empty()) {
+    return report_attr_error(elem, TYPE.name, "Multiple type string.");
+  }
+  if (port_in_use(port)) {
+    return report_attr_error(elem, PORT.name, PORT_IN_USE_MSG);
+  }
+  if (type == std::string("clock") && port != std::string("clock")) {
+    return report_attr_error(elem, PORT.name, "expected \"clock\" as port name.");
+  }
+  if (type == std::string("resetn") && port != std::string("resetn")) {
+    return report_attr_error(elem, PORT.name, "expected \"resetn\" as port name.");
+  }
+  if (signal < 0) {
+    return report_attr_error(elem, type, "Unsupported veyra signal.");
+  }
+  m_elem->m_signal_ports[static_cast<std::size_t>(signal)] = port;
+  m_ports_in_use.insert(port);
+  return ok();
+}
+
+// The attributes that INPUT and OUTPUT share.
+bool EFIElemVisitor::read_data_port(const XMLElement& elem, const char* width_msg,
+                                    std::string& port, unsigned& width) {
+  const char* text = read_attribute(elem, PORT);
+  if (text == nullptr || !read_unsigned(elem, WIDTH, width)) {
+    return false;
+  }
+  if (width % 8 != 0) {
+    return report_attr_error(elem, WIDTH.name, width_msg);
+  }
+  if (port_in_use(text)) {
+    return report_attr_error(elem, PORT.name, PORT_IN_USE_MSG);
+  }
+  port = text;
+  m_ports_in_use.insert(port);
+  return true;
+}
+
+bool EFIElemVisitor::visit_input(const XMLElement& elem) {
+  std::string port;
+  unsigned width = 0;
+  if (!read_data_port(elem, "Input port width must be a multiple of 8.", port, width)) {
+    return false;
+  }
+  m_elem->m_input_names.push_back(port);
+  m_elem->m_input_widths.push_back(width);
+  m_elem->m_input_access_types.push_back(MEM_INPUT_SCALAR);
+  return ok();
+}
+
+bool EFIElemVisitor::visit_output(const XMLElement& elem) {
+  return read_data_port(elem, "Output port width must be a multiple of 8.", m_elem->m_output_name,
+                        m_elem->m_output_width);
+}
+
+bool EFIElemVisitor::visit_mem_input(const XMLElement& elem) {
+  const char* port = read_attribute(elem, PORT);
+  const char* access = port != nullptr ? read_attribute(elem, ACCESS) : nullptr;
+  if (access == nullptr) {
+    return false;
+  }
+  const auto& names = MEM_INPUT_ACCESS_TYPE_NAME;
+  const auto type = static_cast<MEM_INPUT_ACCESS_TYPE>(
+      std::find(names.begin(), names.end(), std::string(access)) - names.begin());
+  if (type != MEM_INPUT_READONLY && type != MEM_INPUT_READWRITE) {
+    return report_attr_error(
+        elem, ACCESS.name, "Unsupported access string. Must be either 'readonly' or 'readwrite'.");
+  }
+  if (port_in_use(port)) {
+    return report_attr_error(elem, PORT.name, "Multiple uses of port name.");
+  }
+  m_ports_in_use.insert(port);
+  m_elem->m_input_names.emplace_back(port);
+  m_elem->m_input_widths.push_back(POINTER_WIDTH);
+  m_elem->m_input_access_types.push_back(type);
+  return ok();
+}
+
+bool EFIElemVisitor::visit_veyra_mem(const XMLElement& elem) {
+  unsigned width = 0;
+  unsigned burst_width = 0;
+  const char* port = read_attribute(elem, PORT);
+  if (port == nullptr || !read_unsigned(elem, WIDTH, width) ||
+      !read_unsigned(elem, BURSTWIDTH, burst_width)) {
+    return false;
+  }
+  const char* optype = read_attribute(elem, OPTYPE);
+  const char* location = optype != nullptr ? read_attribute(elem, BUFFER_LOCATION) : nullptr;
+  if (location == nullptr) {
+    return false;
+  }
+  if (optype != std::string("read") && optype != std::string("write")) {
+    return report_attr_error(elem, OPTYPE.name, OPTYPE.msg);
+  }
+  if (!m_mem_ports.insert(port).second) {
+    return report_attr_error(elem, PORT.name, "Multiple memory port string.");
+  }
+  m_elem->m_mem_port_names.emplace_back(port);
+  m_elem->m_mem_port_widths.push_back(width);
+  m_elem->m_mem_port_burst_widths.push_back(burst_width);
+  m_elem->m_mem_port_optypes.emplace_back(optype);
+  m_elem->m_mem_port_buffer_locations.emplace_back(location);
+  return ok();
+}
+
+bool EFIElemVisitor::visit_parameter(const XMLElement& elem) {
+  const char* name = read_attribute(elem, NAME);
+  const char* value = name != nullptr ? read_attribute(elem, VALUE) : nullptr;
+  if (value == nullptr) {
+    return false;
+  }
+  m_elem->m_parameter_names.emplace_back(name);
+  m_elem->m_parameter_values.emplace_back(value);
+  return ok();
+}
+
+bool EFIElemVisitor::visit_file(const XMLElement& elem) {
+  const bool is_source = check_element_stack_with_top(3, "FUNCTION", "REQUIREMENTS", "FILE");
+  const bool is_c_model = check_element_stack_with_top(3, "FUNCTION", "C_MODEL", "FILE");
+  if (!is_source && !is_c_model) {
+    report_unexpected_elem(elem, ""); // and its attributes are examined all the same
+  }
+  if (!report_unexpected_attrs(elem, 1, NAME.name)) {
+    return ok();
+  }
+  const char* path = read_attribute(elem, NAME);
+  if (path == nullptr) {
+    return false;
+  }
+  VEX_ASSERT_TEXT(is_source || is_c_model, "0");
+  (is_source ? m_elem->m_requirement_files : m_elem->m_c_model_files).emplace_back(path);
+  return false; // nothing below it to walk
+}
+
+} // namespace vex::efi::xml

@@ -1,0 +1,387 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "pkg_internal.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <new>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+unsigned default_show_mode = VEX_PKG_SHOW_ERRORS;
+
+const char* elf_error_text(int error) {
+  const char* text = elf_errmsg(error);
+  return text != nullptr ? text : "no error";
+}
+
+Elf32_Ehdr* get_package_header(Elf* elf) {
+  if (elf_kind(elf) != ELF_K_ELF) {
+    return nullptr;
+  }
+  Elf32_Ehdr* header = elf32_getehdr(elf);
+  return header != nullptr && header->e_ident[EI_DATA] == ELFDATA2LSB ? header : nullptr;
+}
+
+Elf_Data* get_name_data_ptr(vex_pkg_file* pkg) {
+  if (pkg->name_data != nullptr) {
+    return pkg->name_data;
+  }
+  auto index = static_cast<std::size_t>(-1);
+  if (get_package_header(pkg->elf) == nullptr || elf_getshdrstrndx(pkg->elf, &index) != 0 ||
+      index == SHN_UNDEF) {
+    report(pkg->show_errors, "No string table section\n");
+    return nullptr;
+  }
+  return elf_getdata(elf_getscn(pkg->elf, index), nullptr);
+}
+
+bool name_table_is_usable(const Elf_Data* names) {
+  return names != nullptr && names->d_buf != nullptr && names->d_size > 0 &&
+         static_cast<const char*>(names->d_buf)[names->d_size - 1] == '\0';
+}
+
+std::uint64_t padded_size(std::uint64_t size, std::uint64_t alignment) {
+  return (size + alignment - 1) / alignment * alignment;
+}
+
+void set_section_bytes(Elf_Data* data, const void* buffer, std::size_t size) {
+  // A null d_buf would keep an old section's size and contents: an empty section points at a byte.
+  static const char no_bytes = '\0';
+  data->d_buf = const_cast<void*>(buffer != nullptr ? buffer : &no_bytes);
+  data->d_size = size;
+}
+
+void fill_section_data(Elf_Data* data, const void* buffer, std::size_t size) {
+  set_section_bytes(data, buffer, size);
+  data->d_type = ELF_T_BYTE;
+  data->d_off = 0;
+  data->d_align = SECTION_ALIGNMENT;
+  data->d_version = EV_CURRENT;
+}
+
+namespace {
+
+// The nameless section that every new package starts with.
+constexpr std::size_t FIRST_SECTION_SIZE = 4096;
+constexpr char FIRST_SECTION_BYTES[FIRST_SECTION_SIZE] = {};
+
+constexpr std::size_t INITIAL_NAME_TABLE_SIZE = 4096;
+
+// libelf keeps the alignments of an existing file, and a section of 6 KB aligned to 2 GiB would be
+// written as a file of 2 GiB.
+constexpr Elf32_Word MAX_FOREIGN_ALIGNMENT = 65536;
+
+constexpr unsigned ACCESS_BITS = VEX_PKG_READ_ONLY | VEX_PKG_READ_WRITE;
+constexpr unsigned SHOW_BITS = VEX_PKG_SHOW_ERRORS | VEX_PKG_SHOW_INFO;
+
+// libelf of elfutils lacks this call of the classic library: it records the section as the header's
+// string-table section. An index that the header's 16 bits cannot hold goes to sh_link of section 0
+// (ELF gABI, e_shstrndx).
+int elfx_update_shstrndx(Elf* elf, std::size_t index) {
+  Elf32_Ehdr* header = elf32_getehdr(elf);
+  if (header == nullptr) {
+    return 0;
+  }
+  if (index < SHN_LORESERVE) {
+    header->e_shstrndx = static_cast<Elf32_Half>(index);
+  } else {
+    Elf_Scn* first = elf_getscn(elf, 0);
+    Elf32_Shdr* first_header = elf32_getshdr(first);
+    if (first_header == nullptr) {
+      return 0;
+    }
+    header->e_shstrndx = SHN_XINDEX;
+    first_header->sh_link = static_cast<Elf32_Word>(index);
+    elf_flagshdr(first, ELF_C_SET, ELF_F_DIRTY);
+  }
+  return elf_flagehdr(elf, ELF_C_SET, ELF_F_DIRTY) != 0 ? 1 : 0;
+}
+
+bool check_open_mode(unsigned mode, bool show) {
+  if ((mode & ACCESS_BITS) == 0) {
+    report(show, "Binary package open mode 0x%x must include either read-only or read-write\n",
+           mode);
+    return false;
+  }
+  if ((mode & ACCESS_BITS) == ACCESS_BITS) {
+    report(show, "Binary package open mode 0x%x cannot include both read-only and read-write\n",
+           mode);
+    return false;
+  }
+  if ((mode & VEX_PKG_CREATE) != 0 && (mode & VEX_PKG_READ_WRITE) == 0) {
+    report(show, "Binary package creation flag can only be used with read-write mode.\n");
+    return false;
+  }
+  return true;
+}
+
+bool check_elf_version(bool show) {
+  if (elf_version(EV_CURRENT) == EV_NONE) {
+    report(show, "elf_version failed: %s\n", elf_error_text(errno));
+    return false;
+  }
+  return true;
+}
+
+// Without O_TRUNC: what an existing file holds is kept until close writes over it. O_NONBLOCK,
+// which regular files ignore, keeps a FIFO from stopping the program.
+int open_descriptor(const char* name, unsigned mode) {
+  constexpr int always = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+  if ((mode & VEX_PKG_READ_ONLY) != 0) {
+    return open(name, O_RDONLY | always);
+  }
+  const int create = (mode & VEX_PKG_CREATE) != 0 ? O_CREAT : 0;
+  return open(name, O_RDWR | create | always, 0666);
+}
+
+Elf_Cmd begin_command(unsigned mode) {
+  if ((mode & VEX_PKG_READ_ONLY) != 0) {
+    return ELF_C_READ;
+  }
+  return (mode & VEX_PKG_CREATE) != 0 ? ELF_C_WRITE : ELF_C_RDWR;
+}
+
+void build_header(vex_pkg_file* pkg) {
+  Elf32_Ehdr* header = elf32_newehdr(pkg->elf);
+  if (header == nullptr) {
+    report(pkg->show_errors, "elf_newehdr failed: %s\n", elf_error_text(errno));
+    return;
+  }
+  header->e_ident[EI_DATA] = ELFDATA2LSB;
+  header->e_machine = EM_X86_64;
+  header->e_type = ET_NONE;
+}
+
+// Gives the handle its own, zeroed string table: the empty name, then the table's own.
+void build_name_table(vex_pkg_file* pkg, Elf_Scn* section) {
+  Elf_Data* data = elf_newdata(section);
+  if (data == nullptr) {
+    report(pkg->show_errors, " elf_newdata ()  failed : %s.", elf_error_text(-1));
+    return;
+  }
+  pkg->name_table.reset(static_cast<char*>(std::calloc(1, INITIAL_NAME_TABLE_SIZE)));
+  if (pkg->name_table == nullptr) {
+    report(pkg->show_errors, " Failed to allocate %d bytes for string table",
+           static_cast<int>(INITIAL_NAME_TABLE_SIZE));
+    return;
+  }
+  pkg->name_capacity = INITIAL_NAME_TABLE_SIZE;
+  std::strncpy(pkg->name_table.get() + 1, VEX_PKG_STRING_TABLE, INITIAL_NAME_TABLE_SIZE - 1);
+  fill_section_data(data, pkg->name_table.get(), 1 + std::strlen(VEX_PKG_STRING_TABLE) + 1);
+  pkg->name_data = data;
+}
+
+void build_new_package(vex_pkg_file* pkg) {
+  build_header(pkg);
+  Elf_Scn* section = get_package_header(pkg->elf) != nullptr ? elf_newscn(pkg->elf) : nullptr;
+  if (section == nullptr) {
+    report(pkg->show_errors, " elf_newscn ()  failed : %s.", elf_error_text(-1));
+  }
+  build_name_table(pkg, section);
+  Elf32_Shdr* header = elf32_getshdr(section);
+  if (header == nullptr) {
+    report(pkg->show_errors, " elf32_getshdr ()  failed : %s.", elf_error_text(-1));
+  } else {
+    header->sh_name = 1;
+    header->sh_type = SHT_STRTAB;
+    header->sh_flags = SHF_STRINGS;
+    header->sh_entsize = 0;
+  }
+  elfx_update_shstrndx(pkg->elf, elf_ndxscn(section));
+  vex_pkg_add_data_section(pkg, "", FIRST_SECTION_BYTES, FIRST_SECTION_SIZE);
+  pkg->dirty = true;
+}
+
+// Adds up what an existing file holds; false for one that must not be written again.
+bool measure_sections(vex_pkg_file* pkg) {
+  Elf_Scn* section = nullptr;
+  while ((section = elf_nextscn(pkg->elf, section)) != nullptr) {
+    const Elf32_Shdr* header = elf32_getshdr(section);
+    if (header == nullptr) {
+      continue;
+    }
+    if (header->sh_addralign > MAX_FOREIGN_ALIGNMENT) {
+      report(pkg->show_errors, "Section alignment of %u bytes is not supported\n",
+             header->sh_addralign);
+      return false;
+    }
+    const auto alignment = std::max<std::uint64_t>(header->sh_addralign, SECTION_ALIGNMENT);
+    pkg->content_bytes += alignment - SECTION_ALIGNMENT;
+    pkg->content_bytes +=
+        header->sh_type == SHT_NOBITS ? 0 : padded_size(header->sh_size, alignment);
+  }
+  return true;
+}
+
+// Takes over an existing file's string table as a private copy that can grow. The table must be a
+// section of that type: libelf aborts when it writes a file whose table is section 0.
+bool adopt_name_table(vex_pkg_file* pkg) {
+  Elf_Data* data = get_name_data_ptr(pkg);
+  if (data == nullptr || data->d_size == 0) {
+    return false;
+  }
+  std::size_t index = 0;
+  elf_getshdrstrndx(pkg->elf, &index);
+  const Elf32_Shdr* header = elf32_getshdr(elf_getscn(pkg->elf, index));
+  if (header == nullptr || header->sh_type != SHT_STRTAB || !name_table_is_usable(data)) {
+    report(pkg->show_errors, "No usable string table section\n");
+    return false;
+  }
+  pkg->name_table.reset(static_cast<char*>(std::malloc(data->d_size)));
+  if (pkg->name_table == nullptr) {
+    report(pkg->show_errors, " Failed to allocate %u bytes for string table",
+           static_cast<unsigned>(data->d_size));
+    return false;
+  }
+  std::memcpy(pkg->name_table.get(), data->d_buf, data->d_size);
+  pkg->name_capacity = data->d_size;
+  data->d_buf = pkg->name_table.get();
+  pkg->name_data = data;
+  return measure_sections(pkg);
+}
+
+// Writes a changed package. libelf writes stale gaps and may write a garbage header table unless
+// the whole file is marked.
+bool write_package(vex_pkg_file* pkg) {
+  if (pkg->show_info) {
+    std::puts("vex_pkg_close_file: Pkg is dirty");
+  }
+  elf_flagelf(pkg->elf, ELF_C_SET, ELF_F_DIRTY);
+  if (elf_update(pkg->elf, ELF_C_WRITE) < 0) {
+    report(true, " elf_update ()  failed : %s.", elf_error_text(-1));
+    return false;
+  }
+  if (pkg->show_info) {
+    std::puts("vex_pkg_close_file: Pkg update is ok");
+  }
+  return true;
+}
+
+bool close_descriptor(vex_pkg_file* pkg) {
+  bool ok = true;
+  if (pkg->dirty && fsync(pkg->fd) != 0) {
+    report(pkg->show_errors, "vex_pkg_close_file: Failed to flush data on %s: %s\n",
+           pkg->name.c_str(), std::strerror(errno));
+    ok = false;
+  }
+  if (close(pkg->fd) != 0) {
+    report(pkg->show_errors, "vex_pkg_close_file: Failed to close %s: %s\n", pkg->name.c_str(),
+           std::strerror(errno));
+    ok = false;
+  }
+  return ok;
+}
+
+} // namespace
+
+vex_pkg_file* vex_pkg_open_file(const char* name, unsigned mode) {
+  const bool show = (mode & VEX_PKG_SHOW_ERRORS) != 0;
+  if (!check_open_mode(mode, show)) {
+    return nullptr;
+  }
+  if (name == nullptr) {
+    report(show, "No filename specified\n");
+    return nullptr;
+  }
+  if (!check_elf_version(show)) {
+    return nullptr;
+  }
+  const int fd = open_descriptor(name, mode);
+  if (fd < 0) {
+    report(show, "Couldn't open %s: %s\n", name, std::strerror(errno));
+    return nullptr;
+  }
+  auto* pkg = new (std::nothrow) vex_pkg_file;
+  if (pkg == nullptr) {
+    report(show, "Failed to allocate %d bytes of memory\n", static_cast<int>(sizeof *pkg));
+    close(fd);
+    return nullptr;
+  }
+  vex_pkg_ptr owner(pkg);
+  pkg->fd = fd;
+  pkg->name = name;
+  pkg->writable = (mode & VEX_PKG_READ_ONLY) == 0;
+  vex_pkg_set_show_mode(pkg, mode);
+  pkg->elf = elf_begin(fd, begin_command(mode), nullptr);
+  if (pkg->elf == nullptr) {
+    report(show, "elf_begin failed: %s\n", elf_error_text(errno));
+  }
+  if ((mode & VEX_PKG_CREATE) != 0) {
+    build_new_package(pkg);
+  } else if (pkg->writable && pkg->elf != nullptr && !adopt_name_table(pkg)) {
+    return nullptr;
+  }
+  return owner.release();
+}
+
+vex_pkg_file* vex_pkg_open_file_from_memory(char* image, std::size_t size, unsigned mode) {
+  const bool show = (mode & VEX_PKG_SHOW_ERRORS) != 0;
+  if ((mode & ~SHOW_BITS) != 0) {
+    report(show, "Invalid mode %d for opening a binary in memory\n", static_cast<int>(mode));
+    return nullptr;
+  }
+  if (image == nullptr || size == 0 || !check_elf_version(show)) {
+    return nullptr;
+  }
+  Elf* elf = elf_memory(image, size);
+  if (elf == nullptr) {
+    report(show, "elf_memory failed: %s\n", elf_error_text(errno));
+    return nullptr;
+  }
+  auto* pkg = new (std::nothrow) vex_pkg_file;
+  if (pkg == nullptr) {
+    report(show, "Failed to allocated %d bytes of memory\n", static_cast<int>(sizeof *pkg));
+    elf_end(elf);
+    return nullptr;
+  }
+  pkg->elf = elf;
+  vex_pkg_set_show_mode(pkg, mode);
+  return pkg;
+}
+
+unsigned vex_pkg_close_file_checked(vex_pkg_file* pkg) {
+  if (pkg == nullptr) {
+    return 1;
+  }
+  const std::unique_ptr<vex_pkg_file> owner(pkg);
+  bool ok = true;
+  if (pkg->fd != -1) {
+    if (pkg->show_info) {
+      std::puts("vex_pkg_close_file: Pkg fd is live");
+    }
+    ok = !pkg->dirty || write_package(pkg);
+  }
+  while (elf_end(pkg->elf) != 0) {
+    if (pkg->show_info) {
+      std::puts("vex_pkg_close_file: elf_end returned non-zero.  Do it again.");
+    }
+  }
+  if (pkg->fd != -1) {
+    ok = close_descriptor(pkg) && ok;
+  }
+  return ok ? 1 : 0;
+}
+
+void vex_pkg_close_file(vex_pkg_file* pkg) {
+  static_cast<void>(vex_pkg_close_file_checked(pkg));
+}
+
+void vex_pkg_set_show_mode(vex_pkg_file* pkg, unsigned mode) {
+  if (pkg != nullptr) {
+    pkg->show_errors = (mode & VEX_PKG_SHOW_ERRORS) != 0;
+    pkg->show_info = (mode & VEX_PKG_SHOW_INFO) != 0;
+  }
+}
+
+unsigned vex_pkg_pack(const char*, const char**) {
+  return 0;
+}
+unsigned vex_pkg_unpack(const char*, const char*) {
+  return 0;
+}
+unsigned vex_pkg_unpack_buffer(const char*, std::size_t, const char*) {
+  return 0;
+}

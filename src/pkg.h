@@ -1,0 +1,123 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include <cstddef>
+#include <memory>
+
+// The package container: named sections of opaque bytes in one ELF file.
+//
+// The file. A package is an ELF file of class ELFCLASS32, ELFDATA2LSB, e_type ET_NONE and e_machine
+// 62 (EM_X86_64, whatever the host is; readers must not look at it). It holds, in this order:
+//
+//   offset 0     the ELF header, 52 bytes, then zeros up to 128
+//   section 1    ".shstrtab", SHT_STRTAB with SHF_STRINGS: the section names, each ended by a NUL,
+//                the empty name first
+//   section 2    a nameless section of 4096 zero bytes, which every new package starts with
+//   section 3…   the sections that were added, in the order of their adding: SHT_PROGBITS, flags 0,
+//                each at the next multiple of 128 bytes, gaps zeroed
+//   at the end   the section header table, 40 bytes an entry
+//
+// Offsets and sizes are 32 bits wide in such a file, so a package holds less than 4 GiB.
+//
+// The functions. None throws anything but std::bad_alloc, none aborts. Unless said otherwise they
+// return 1 for success and 0 for failure; a null handle fails. A handle's show bits decide about
+// its messages: failures go to standard error, progress to standard output. A handle on something
+// that is no package (another kind of file, 64-bit or big-endian ELF, damaged tables) behaves as a
+// package without sections.
+//
+// Ownership. The container never copies section contents. A buffer handed to add or update stays
+// its caller's and must live, unchanged, until the package is closed. Contents that the container
+// itself reads from files belong to the handle, which frees them at close.
+
+struct vex_pkg_file;
+
+// Open-mode bits.
+enum : unsigned {
+  VEX_PKG_READ_ONLY = 0x1,     // open an existing package for reading
+  VEX_PKG_READ_WRITE = 0x2,    // open for reading and writing
+  VEX_PKG_CREATE = 0x4,        // create the file; only with VEX_PKG_READ_WRITE
+  VEX_PKG_SHOW_ERRORS = 0x100, // report failures on standard error
+  VEX_PKG_SHOW_INFO = 0x200,   // report progress on standard output
+};
+
+// The show bits that callers OR to their access bits. VEX_PKG_SHOW_ERRORS; no command changes it.
+extern unsigned default_show_mode;
+
+// The name of the section-name string table, which every package has and no listing shows.
+inline constexpr const char* VEX_PKG_STRING_TABLE = ".shstrtab";
+
+// The longest section name, in characters without the terminating NUL.
+inline constexpr std::size_t VEX_PKG_MAX_SECTION_NAME = 4096;
+
+// Opens the file `name`, or null with a message. Creating keeps what an existing file holds until
+// close writes the package over it. The handle copies the name. A file of a kind that libelf cannot
+// begin with (a directory) yields a handle all the same, on which every operation fails.
+[[nodiscard]] vex_pkg_file* vex_pkg_open_file(const char* name, unsigned mode);
+
+// Opens the package that lies in `image`, `size` bytes that must outlive the handle and are never
+// written. The mode may hold show bits only. Null for a null image or a size of 0, silently, or
+// after a message.
+[[nodiscard]] vex_pkg_file* vex_pkg_open_file_from_memory(char* image, std::size_t size,
+                                                          unsigned mode);
+
+// Writes what was changed, closes, and frees the handle. Null is ignored. Failures are only printed
+// (that of the write whatever the show bits say).
+void vex_pkg_close_file(vex_pkg_file* pkg);
+
+// The same, telling whether all went well: 0 when writing, flushing or closing the file failed, so
+// that it does not hold what the package held.
+[[nodiscard]] unsigned vex_pkg_close_file_checked(vex_pkg_file* pkg);
+
+// Replaces the handle's two show bits by those of the mode. Null is ignored.
+void vex_pkg_set_show_mode(vex_pkg_file* pkg, unsigned mode);
+
+// Entry points of the interface without a function: each does nothing and returns 0.
+unsigned vex_pkg_pack(const char* out_file, const char** in_files);
+unsigned vex_pkg_unpack(const char* in_file, const char* out_dir);
+unsigned vex_pkg_unpack_buffer(const char* buffer, std::size_t size, const char* out_dir);
+
+// Adds a section of `size` bytes. Fails when the package is read-only, has a section of that name,
+// or would grow beyond 4 GiB; and for a name longer than VEX_PKG_MAX_SECTION_NAME, which leaves a
+// nameless section behind.
+unsigned vex_pkg_add_data_section(vex_pkg_file* pkg, const char* name, const void* buffer,
+                                  std::size_t size);
+
+// Reads a whole regular file. The result is malloc'ed, the caller frees it, and *size_out is its
+// size in bytes; nothing is appended. Null after a message on standard error.
+[[nodiscard]] void* vex_pkg_read_file_into_buffer(const char* path, std::size_t* size_out);
+
+// Adds the whole of a regular file as a section.
+unsigned vex_pkg_add_data_section_from_file(vex_pkg_file* pkg, const char* name, const char* path);
+
+// Whether the section exists and has data; silent when it does not exist. *size_out, when given,
+// receives its size in bytes.
+unsigned vex_pkg_section_exists(vex_pkg_file* pkg, const char* name, std::size_t* size_out);
+
+// Points *data_out at the section's bytes, without a terminator, valid until close.
+unsigned vex_pkg_read_section_transient(vex_pkg_file* pkg, const char* name, void** data_out);
+
+// Copies the section's bytes and a NUL after them; buffer_size must exceed the section's size.
+unsigned vex_pkg_read_section(vex_pkg_file* pkg, const char* name, char* buffer,
+                              std::size_t buffer_size);
+
+// Writes the section's bytes into a file, which is overwritten if it exists.
+unsigned vex_pkg_read_section_into_file(vex_pkg_file* pkg, const char* name, const char* path);
+
+// Replaces a section's contents; its header stays as it is.
+unsigned vex_pkg_update_section(vex_pkg_file* pkg, const char* name, const void* buffer,
+                                std::size_t size);
+unsigned vex_pkg_update_section_from_file(vex_pkg_file* pkg, const char* name, const char* path);
+
+// Prints a heading and a line for each named section but ".shstrtab", with its size in bytes, on
+// standard output.
+void vex_pkg_list_file_sections(vex_pkg_file* pkg);
+
+// Writes the names that the listing shows into the buffer: separated by "\n", ended by a NUL. A
+// package without named sections leaves the buffer untouched and succeeds. When the names do not
+// fit, those that did stay in the buffer and the result is 0.
+unsigned vex_pkg_section_names(vex_pkg_file* pkg, char* buffer, std::size_t buffer_size);
+
+struct vex_pkg_closer {
+  void operator()(vex_pkg_file* pkg) const { vex_pkg_close_file(pkg); }
+};
+using vex_pkg_ptr = std::unique_ptr<vex_pkg_file, vex_pkg_closer>;

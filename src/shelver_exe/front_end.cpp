@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "front_end.h"
+
+#include "vex_assert.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+#include <sys/stat.h>
+
+int verbose = 0;
+
+int file_is_directory(const char* path) {
+  struct stat status = {};
+  return stat(path, &status) == 0 ? static_cast<int>(status.st_mode & 0x4000U) : 0;
+}
+
+bool file_is_a_regular_file(const std::string& path) {
+  struct stat status = {};
+  return !path.empty() && stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
+std::optional<FileId> find_file_id(const std::string& path) {
+  struct stat status = {};
+  if (stat(path.c_str(), &status) != 0) {
+    return std::nullopt;
+  }
+  return FileId{status.st_dev, status.st_ino};
+}
+
+char* grow_string(char* buffer, std::size_t needed, std::size_t* capacity) {
+  if (*capacity > needed) {
+    return buffer;
+  }
+  const std::size_t size = std::max(2 * *capacity, needed);
+  char* src = static_cast<char*>(std::realloc(buffer, size));
+  VEX_ASSERT(src && "Failed to reallocate more memory");
+  *capacity = size;
+  return src;
+}
+
+std::string my_strjoin(const std::string& left, const std::string& right) {
+  if (left.empty() || right.empty()) {
+    return left + right;
+  }
+  return left + "/" + right;
+}
+
+std::string base_name(const std::string& path) {
+  return path.substr(path.rfind('/') + 1);
+}
+
+std::string directory_part(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  return slash != std::string::npos ? path.substr(0, slash) : "";
+}

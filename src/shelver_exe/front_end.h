@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+
+#include <sys/types.h>
+
+// What the commands share.
+
+// 1 once the option "-v" was given: commands print their progress.
+extern int verbose;
+
+// Whether the path has the directory bit in its mode: also true of block devices and sockets, whose
+// types hold the same bit. Links are followed. 0 when there is nothing there.
+int file_is_directory(const char* path);
+
+// Whether the path names a regular file; links are followed.
+bool file_is_a_regular_file(const std::string& path);
+
+// What tells a file from every other, whatever path leads to it. None when there is nothing there.
+struct FileId {
+  dev_t device;
+  ino_t inode;
+  bool operator==(const FileId&) const = default;
+};
+std::optional<FileId> find_file_id(const std::string& path);
+
+// Returns a malloc'ed buffer with more room than `needed` bytes: the given one while its capacity
+// exceeds the need, else a reallocated one of twice the capacity or the need, whichever is larger.
+// A null buffer with capacity 0 is allocated with exactly the need. Aborts when memory is out.
+char* grow_string(char* buffer, std::size_t needed, std::size_t* capacity);
+
+// The two parts with a "/" between them, or the other one when a part is empty.
+std::string my_strjoin(const std::string& left, const std::string& right);
+
+// What stands after the last "/" of a path, and what stands before it (nothing without one).
+std::string base_name(const std::string& path);
+std::string directory_part(const std::string& path);

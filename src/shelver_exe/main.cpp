@@ -1,0 +1,74 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "commands.h"
+#include "front_end.h"
+#include "usage.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+
+namespace {
+
+struct Command {
+  const char* word;
+  int (*handler)(int argc, char** argv);
+};
+
+constexpr Command COMMANDS[] = {
+    {"hdl-comp-pkg", create_component_container},
+    {"-c", create_component_container},
+    {"create", create_full_library},
+    {"list", list_library_content},
+    {"extract_c_models", extract_c_models},
+    {"extract_clang_ir", extract_clang_ir},
+};
+
+// Takes every "-v" out of the vector, in place, and returns how many entries are left.
+int filter_options(int argc, char** argv) {
+  int kept = 0;
+  for (int i = 0; i < argc; ++i) {
+    if (std::strcmp(argv[i], "-v") == 0) {
+      verbose = 1;
+    } else {
+      argv[kept++] = argv[i];
+    }
+  }
+  return kept;
+}
+
+int run(int argc, char** argv) {
+  const int kept = filter_options(argc, argv);
+  if (kept == 1) {
+    show_help(argv[0], nullptr);
+  }
+  // With options alone, the second slot still holds what it held: "-v", no command.
+  const char* word = argc > 1 ? argv[1] : nullptr;
+  if (word == nullptr) {
+    return 0;
+  }
+  for (const Command& command : COMMANDS) {
+    if (std::strcmp(command.word, word) == 0) {
+      return command.handler(kept, argv);
+    }
+  }
+  show_help(argv[0], nullptr);
+  return 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+  int status = 1;
+  try {
+    status = run(argc, argv);
+  } catch (const std::exception& error) { // the standard library's, when memory is out
+    std::printf("Error: %s\n", error.what());
+  }
+  // What was printed is the result of most commands: a caller must learn that it is not whole.
+  if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+    std::fprintf(stderr, "Error: Cannot write to standard output: %s\n", std::strerror(errno));
+    return 1;
+  }
+  return status;
+}

@@ -1,0 +1,58 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include "pkg.h"
+
+#include <array>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+// The clang IR sections of OpenCL packages and libraries, one a target: LLVM bitcode. The IR type
+// that a user names is what follows CLANG_IR_SECTION_PREFIX and a ".".
+inline constexpr const char* CLANG_IR_SECTION_PREFIX = ".vex.clang_ir";
+inline constexpr std::array<const char*, 3> CLANG_IR_TYPE_SECT_NAME = {
+    ".vex.clang_ir.spir64-unknown-unknown-ostrahw",
+    ".vex.clang_ir.x86_64-unknown-linux-ostrahw",
+    ".vex.clang_ir.x86_64-pc-windows-ostrahw",
+};
+
+// The target whose section marks an OpenCL package, and whose code is searched for functions.
+inline constexpr std::size_t LINUX_TARGET = 1;
+
+// Reads textual LLVM IR and appends the name of each function defined there to `functions`, and
+// those of the kernels among them to `kernels`. A name is what stands between the line's first "@"
+// and its first "(", quotes included; a "(" that does not leave a name there aborts.
+void extract_function_and_kernel_lists(std::FILE* stream, std::vector<std::string>& kernels,
+                                       std::vector<std::string>& functions);
+
+// The OpenCL part of a library that is being made: the bitcode of all inputs, target by target. The
+// bitcode files it writes next to the inputs and the library are removed with it.
+class OpenClCode {
+public:
+  OpenClCode() = default;
+  ~OpenClCode();
+  OpenClCode(const OpenClCode&) = delete;
+  OpenClCode& operator=(const OpenClCode&) = delete;
+
+  // Whether the package holds OpenCL code.
+  static bool is_in(vex_pkg_file* package);
+
+  // Writes the package's clang IR sections into files beside it, PATH + SECTION + ".bc". False
+  // after a message.
+  bool take(vex_pkg_file* package, const std::string& path);
+
+  // Links the files of each target by running "bfcl-link" into LIBRARY_PATH + SECTION + ".bc", adds
+  // the results to the library, and appends the functions that "bfcl-opt -S" shows in the Linux
+  // target's to the lists. False on failure, after a message but for a linker that fails.
+  bool link_into(vex_pkg_file* library, const std::string& library_path,
+                 std::vector<std::string>& kernels, std::vector<std::string>& functions);
+
+private:
+  struct Target {
+    std::vector<std::string> files;
+    std::string linked_file;
+  };
+
+  std::array<Target, CLANG_IR_TYPE_SECT_NAME.size()> m_targets;
+};
