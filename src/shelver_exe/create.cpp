@@ -103,14 +103,18 @@ bool LibraryBuild::add_input(const std::string& path) {
   return false;
 }
 
+bool report_unreadable_header(const std::string& path) {
+  std::printf("Error: Couldn't read section %s from component package %s!\n",
+              COMP_HEADER_SECTION_NAME, path.c_str());
+  return false;
+}
+
 bool LibraryBuild::read_header(vex_pkg_file* package, const std::string& path) {
   std::size_t size = 0;
   vex_pkg_section_exists(package, COMP_HEADER_SECTION_NAME, &size);
   m_header.reset(grow_string(m_header.release(), size + 1, &m_header_capacity));
   if (vex_pkg_read_section(package, COMP_HEADER_SECTION_NAME, m_header.get(), size + 1) == 0) {
-    std::printf("Error: Couldn't read section %s from component package %s!\n",
-                COMP_HEADER_SECTION_NAME, path.c_str());
-    return false;
+    return report_unreadable_header(path);
   }
   return true;
 }
@@ -126,7 +130,7 @@ bool LibraryBuild::parse_header(const std::string& path, std::string& first_func
     const char* function = shelver_strtok_r(line, " ", &save_word);
     const char* kind = shelver_strtok_r(nullptr, " ", &save_word);
     if (function == nullptr || kind == nullptr) {
-      return false;
+      return report_unreadable_header(path);
     }
     if (section.empty()) {
       first_function = function;

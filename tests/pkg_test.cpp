@@ -1,0 +1,407 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "pkg.h"
+
+#include "support.h"
+
+#include <cstdint>
+#include <cstring>
+
+#include <sys/stat.h>
+
+namespace {
+
+constexpr unsigned CREATE = VEX_PKG_SHOW_ERRORS | VEX_PKG_READ_WRITE | VEX_PKG_CREATE;
+constexpr unsigned READ = VEX_PKG_SHOW_ERRORS | VEX_PKG_READ_ONLY;
+constexpr unsigned EDIT = VEX_PKG_SHOW_ERRORS | VEX_PKG_READ_WRITE;
+
+using Pkg = InTempDir;
+
+vex_pkg_ptr open_package(const char* name, unsigned mode) {
+  return vex_pkg_ptr(vex_pkg_open_file(name, mode));
+}
+
+// Sections "a" (ten bytes) and "bc" (none).
+std::string make_package() {
+  const vex_pkg_ptr pkg = open_package("good", CREATE);
+  EXPECT_EQ(1U, vex_pkg_add_data_section(pkg.get(), "a", "0123456789", 10));
+  EXPECT_EQ(1U, vex_pkg_add_data_section(pkg.get(), "bc", nullptr, 0));
+  EXPECT_EQ(1U, vex_pkg_close_file_checked(const_cast<vex_pkg_ptr&>(pkg).release()));
+  return read_file("good");
+}
+
+std::uint32_t word_at(const std::string& image, std::size_t offset) {
+  std::uint32_t word = 0;
+  std::memcpy(&word, image.data() + offset, sizeof word);
+  return word;
+}
+
+std::string with_bytes(std::string image, std::size_t offset, const std::string& bytes) {
+  return image.replace(offset, bytes.size(), bytes);
+}
+
+std::string word(std::uint32_t value) {
+  return {reinterpret_cast<const char*>(&value), sizeof value};
+}
+
+// The place of a field of a section's header.
+std::size_t header_at(const std::string& image, unsigned section, unsigned field) {
+  return word_at(image, 32) + 40 * section + field;
+}
+
+std::string read_section(vex_pkg_file* pkg, const char* name) {
+  std::size_t size = 0;
+  if (vex_pkg_section_exists(pkg, name, &size) == 0) {
+    return "(none)";
+  }
+  std::string text(size + 1, '?');
+  return vex_pkg_read_section(pkg, name, text.data(), text.size()) != 0 ? text.substr(0, size)
+                                                                        : "(unreadable)";
+}
+
+} // namespace
+
+TEST_F(Pkg, OpenModes) {
+  write_file("file", "x");
+  const struct {
+    const char* name;
+    unsigned mode;
+    const char* message;
+  } cases[] = {
+      {"file", 0x100,
+       "Binary package open mode 0x100 must include either read-only or read-write\n"},
+      {"file", 0x107,
+       "Binary package open mode 0x107 cannot include both read-only and read-write\n"},
+      {"file", 0x105, "Binary package creation flag can only be used with read-write mode.\n"},
+      {nullptr, 0x101, "No filename specified\n"},
+      {"absent", 0x101, "Couldn't open absent: No such file or directory\n"},
+      {"absent", 0x1, ""},
+      {"no/file", 0x106, "Couldn't open no/file: No such file or directory\n"},
+      {".", 0x102, "Couldn't open .: Is a directory\n"},
+      {"file", 0x102, "No string table section\n"},
+  };
+  for (const auto& c : cases) {
+    const Printed printed =
+        capture([&c] { EXPECT_EQ(nullptr, vex_pkg_open_file(c.name, c.mode)); });
+    EXPECT_EQ(c.message, printed.err);
+    EXPECT_EQ("", printed.out);
+  }
+}
+
+TEST_F(Pkg, NewPackageHasTwoSectionsAndAFixedHeader) {
+  const Printed printed = capture([] {
+    const vex_pkg_ptr pkg = open_package("new", CREATE);
+    vex_pkg_list_file_sections(pkg.get());
+    char names[] = "untouched";
+    EXPECT_EQ(1U, vex_pkg_section_names(pkg.get(), names, sizeof names));
+    EXPECT_STREQ("untouched", names);
+  });
+  EXPECT_EQ("Sections in package file:\n", printed.out);
+  const std::string image = read_file("new");
+  ASSERT_EQ(4472U, image.size());
+  EXPECT_EQ(std::string("\177ELF\1\1\1", 7), image.substr(0, 7));
+  EXPECT_EQ(word(62U << 16), image.substr(16, 4));       // type none, machine 62
+  EXPECT_EQ(word((1U << 16) | 3U), image.substr(48, 4)); // three headers, names in section 1
+  EXPECT_EQ(std::string("\0.shstrtab\0\0", 12), image.substr(128, 12));
+  const std::uint32_t table[] = {1, 3, 0x20, 0, 128, 12, 0, 0, 128, 0};
+  EXPECT_EQ(0, std::memcmp(image.data() + header_at(image, 1, 0), table, sizeof table));
+  const std::uint32_t nameless[] = {11, 1, 0, 0, 256, 4096, 0, 0, 128, 0};
+  EXPECT_EQ(0, std::memcmp(image.data() + header_at(image, 2, 0), nameless, sizeof nameless));
+}
+
+TEST_F(Pkg, SameInputGivesSameBytes) {
+  const std::string image = make_package();
+  write_file("good", std::string(100000, 'x'));
+  EXPECT_EQ(image, make_package()); // over a longer file
+  {
+    const vex_pkg_ptr pkg = open_package("edited", CREATE);
+    vex_pkg_add_data_section(pkg.get(), "a", "x", 1);
+  }
+  {
+    const vex_pkg_ptr pkg = open_package("edited", EDIT);
+    EXPECT_EQ(1U, vex_pkg_update_section(pkg.get(), "a", "0123456789", 10));
+    EXPECT_EQ(1U, vex_pkg_add_data_section(pkg.get(), "bc", nullptr, 0));
+  }
+  EXPECT_EQ(image, read_file("edited"));
+}
+
+TEST_F(Pkg, SectionsRoundTrip) {
+  make_package();
+  write_file("source", std::string("b\0c", 3));
+  {
+    const vex_pkg_ptr pkg = open_package("good", EDIT);
+    EXPECT_EQ("0123456789", read_section(pkg.get(), "a"));
+    EXPECT_EQ(1U, vex_pkg_update_section(pkg.get(), "a", nullptr, 0));
+    EXPECT_EQ(1U, vex_pkg_update_section_from_file(pkg.get(), "bc", "source"));
+    EXPECT_EQ(1U, vex_pkg_add_data_section_from_file(pkg.get(), "d", "good"));
+  }
+  const vex_pkg_ptr pkg = open_package("good", READ);
+  EXPECT_EQ("", read_section(pkg.get(), "a"));
+  EXPECT_EQ(std::string("b\0c", 3), read_section(pkg.get(), "bc"));
+  void* data = nullptr;
+  EXPECT_EQ(1U, vex_pkg_read_section_transient(pkg.get(), "bc", &data));
+  EXPECT_EQ(0, std::memcmp(data, "b\0c", 3));
+  write_file("target", "longer than the section");
+  EXPECT_EQ(1U, vex_pkg_read_section_into_file(pkg.get(), "bc", "target"));
+  EXPECT_EQ(std::string("b\0c", 3), read_file("target"));
+  EXPECT_EQ(1U, vex_pkg_read_section_into_file(pkg.get(), "a", "target"));
+  EXPECT_EQ("", read_file("target"));
+  // A package in a package opens from memory.
+  std::string inner = read_section(pkg.get(), "d");
+  const vex_pkg_ptr nested(vex_pkg_open_file_from_memory(inner.data(), inner.size(), 0x100));
+  EXPECT_EQ("0123456789", read_section(nested.get(), "a"));
+}
+
+TEST_F(Pkg, ReadBackByAnotherReader) {
+  make_package();
+  ASSERT_EQ(0, run({"objcopy", "--dump-section", "a=dump", "good", "copy"}).status);
+  EXPECT_EQ("0123456789", read_file("dump"));
+}
+
+TEST_F(Pkg, RefusedOperationsSayWhy) {
+  make_package();
+  write_file("source", "s");
+  const vex_pkg_ptr reader = open_package("good", READ);
+  const vex_pkg_ptr writer = open_package("written", CREATE);
+  vex_pkg_add_data_section(writer.get(), "a", "x", 1);
+  vex_pkg_file* const r = reader.get();
+  vex_pkg_file* const w = writer.get();
+  const std::string long_name(4097, 'n');
+  char buffer[16];
+  const struct {
+    std::function<unsigned()> operation;
+    std::string message;
+  } cases[] = {
+      {[&] { return vex_pkg_add_data_section(r, "n", "x", 1); },
+       "Cannot add section to read-only binary\n"},
+      {[&] { return vex_pkg_add_data_section_from_file(r, "n", "source"); },
+       "Cannot add section to read-only binary\n"},
+      {[&] { return vex_pkg_update_section(r, "a", "x", 1); },
+       "Cannot add section to read-only binary\n"},
+      {[&] { return vex_pkg_update_section_from_file(r, "a", "source"); },
+       "Cannot add section to read-only binary\n"},
+      {[&] { return vex_pkg_add_data_section(w, "a", "x", 1); }, "Section 'a' already exists.\n"},
+      {[&] { return vex_pkg_add_data_section_from_file(w, "a", "absent"); },
+       "Section 'a' already exists.\n"},
+      {[&] { return vex_pkg_add_data_section(w, "", "x", 1); }, "Section '' already exists.\n"},
+      {[&] { return vex_pkg_add_data_section(w, ".shstrtab", "x", 1); },
+       "Section '.shstrtab' already exists.\n"},
+      {[&] { return vex_pkg_add_data_section(w, long_name.c_str(), "x", 1); },
+       "Section name length 4097 exceeds limit of 4096 bytes. Section name is " + long_name + "\n"},
+      {[&] { return vex_pkg_add_data_section(w, nullptr, "x", 1); },
+       "Section name argument is NULL\n"},
+      {[&] { return vex_pkg_add_data_section(w, "n", nullptr, 1); }, "Buffer argument is NULL\n"},
+      {[&] { return vex_pkg_add_data_section(w, "n", "x", UINT32_MAX); },
+       "Section of 4294967295 bytes exceeds the package's limit of 4 GiB\n"},
+      {[&] { return vex_pkg_add_data_section(w, "n", "x", SIZE_MAX); },
+       "Section of 18446744073709551615 bytes exceeds the package's limit of 4 GiB\n"},
+      {[&] { return vex_pkg_add_data_section_from_file(w, "n", "absent"); },
+       "Couldn't open file absent for reading\n"},
+      {[&] { return vex_pkg_add_data_section_from_file(w, "n", "."); },
+       "Couldn't open file . for reading\n"},
+      {[&] { return vex_pkg_update_section(w, "n", "x", 1); }, "Section 'n' does not exist.\n"},
+      {[&] { return vex_pkg_update_section_from_file(w, "n", "source"); },
+       "Section 'n' does not exist.\n"},
+      {[&] { return vex_pkg_section_exists(r, "n", nullptr); }, ""},
+      {[&] { return vex_pkg_read_section(r, "n", buffer, sizeof buffer); },
+       "Couldn't find section with name 'n'.\n"},
+      {[&] { return vex_pkg_read_section(r, "a", nullptr, 11); }, "Buffer argument is NULL\n"},
+      {[&] { return vex_pkg_read_section(r, "a", buffer, 10); },
+       "Target buffer for section 'a' is too small.\n"},
+      {[&] { return vex_pkg_read_section_transient(r, "a", nullptr); },
+       "Buffer pointer argument is NULL\n"},
+      {[&] { return vex_pkg_read_section_into_file(r, "n", "target"); },
+       "Couldn't find section with name 'n'.\n"},
+      {[&] { return vex_pkg_read_section_into_file(r, "a", "no/target"); },
+       "Couldn't open file for writing: No such file or directory\n"},
+      {[&] { return vex_pkg_read_section_into_file(r, "a", "/dev/full"); },
+       "Wrote only 0 out of 10 bytes into /dev/full for writing"},
+      {[&] { return vex_pkg_section_names(r, buffer, 4); }, ""},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.message);
+    unsigned result = 2;
+    const Printed printed = capture([&] { result = c.operation(); });
+    EXPECT_EQ(0U, result);
+    EXPECT_EQ(c.message, printed.err);
+  }
+}
+
+TEST_F(Pkg, NamesFillTheBufferExactly) {
+  make_package();
+  const vex_pkg_ptr pkg = open_package("good", READ);
+  char names[5] = {};
+  EXPECT_EQ(0U, vex_pkg_section_names(pkg.get(), names, 4));
+  EXPECT_STREQ("a", names);
+  EXPECT_EQ(1U, vex_pkg_section_names(pkg.get(), names, 5));
+  EXPECT_STREQ("a\nbc", names);
+}
+
+TEST_F(Pkg, LongestNameAndOneMore) {
+  const std::string longest(4096, 'n');
+  {
+    const vex_pkg_ptr pkg = open_package("long", CREATE);
+    EXPECT_EQ(1U, vex_pkg_add_data_section(pkg.get(), longest.c_str(), "x", 1));
+    capture([&] {
+      EXPECT_EQ(0U, vex_pkg_add_data_section(pkg.get(), (longest + "n").c_str(), "y", 1));
+    });
+    EXPECT_EQ(1U, vex_pkg_add_data_section(pkg.get(), "after", "z", 1));
+  }
+  const vex_pkg_ptr pkg = open_package("long", READ);
+  EXPECT_EQ("x", read_section(pkg.get(), longest.c_str()));
+  EXPECT_EQ("z", read_section(pkg.get(), "after"));
+  const Printed printed = capture([&pkg] { vex_pkg_list_file_sections(pkg.get()); });
+  EXPECT_EQ("Sections in package file:\n  " + longest + ", 1 bytes\n  after, 1 bytes\n",
+            printed.out);
+}
+
+TEST_F(Pkg, ManySections) {
+  constexpr int count = 70000; // beyond what the header's 16-bit fields hold
+  {
+    const vex_pkg_ptr pkg = open_package("many", CREATE);
+    for (int i = 0; i < count; ++i) {
+      ASSERT_EQ(1U, vex_pkg_add_data_section(pkg.get(), std::to_string(i).c_str(), "x", 1));
+    }
+  }
+  const vex_pkg_ptr pkg = open_package("many", READ);
+  EXPECT_EQ("x", read_section(pkg.get(), "0"));
+  EXPECT_EQ("x", read_section(pkg.get(), std::to_string(count - 1).c_str()));
+  EXPECT_EQ("(none)", read_section(pkg.get(), std::to_string(count).c_str()));
+}
+
+TEST_F(Pkg, ProgressIsShownOnRequest) {
+  write_file("source", "sss");
+  const Printed printed = capture([] {
+    const vex_pkg_ptr pkg = open_package("p", CREATE);
+    vex_pkg_set_show_mode(pkg.get(), VEX_PKG_SHOW_INFO);
+    vex_pkg_add_data_section_from_file(pkg.get(), "s", "source");
+    vex_pkg_update_section(pkg.get(), "s", "zz", 2);
+    vex_pkg_read_section_into_file(pkg.get(), "s", "target");
+    vex_pkg_add_data_section(pkg.get(), "s", "", 0); // fails without a message
+  });
+  EXPECT_EQ("vex_pkg_add_data_section: Added section s with 3 bytes\n"
+            "Read 3 bytes from file source and created new section 's'.\n"
+            "vex_pkg_update_section: Updating section s with 2 bytes of new data\n"
+            "Wrote 2 bytes from section 's' to file target\n"
+            "vex_pkg_close_file: Pkg fd is live\n"
+            "vex_pkg_close_file: Pkg is dirty\n"
+            "vex_pkg_close_file: Pkg update is ok\n",
+            printed.out);
+  EXPECT_EQ("", printed.err);
+}
+
+TEST_F(Pkg, MemoryTakesShowBitsOnly) {
+  std::string image = make_package();
+  const Printed printed = capture([&image] {
+    EXPECT_EQ(nullptr, vex_pkg_open_file_from_memory(image.data(), image.size(), 0x101));
+    EXPECT_EQ(nullptr, vex_pkg_open_file_from_memory(image.data(), image.size(), 0x1));
+    EXPECT_EQ(nullptr, vex_pkg_open_file_from_memory(nullptr, 1, 0x100));
+    EXPECT_EQ(nullptr, vex_pkg_open_file_from_memory(image.data(), 0, 0x100));
+    vex_pkg_close_file(vex_pkg_open_file_from_memory(image.data(), image.size(), 0x300));
+    vex_pkg_close_file(nullptr);
+  });
+  EXPECT_EQ("Invalid mode 257 for opening a binary in memory\n", printed.err);
+  EXPECT_EQ("", printed.out);
+}
+
+TEST_F(Pkg, UpdatedStringTableCanStillGrow) {
+  make_package();
+  const char table[] = "\0.shstrtab\0\0x\0yz"; // the same places, other names
+  {
+    const vex_pkg_ptr pkg = open_package("good", EDIT);
+    EXPECT_EQ(1U, vex_pkg_update_section(pkg.get(), ".shstrtab", table, sizeof table));
+    EXPECT_EQ("0123456789", read_section(pkg.get(), "x"));
+    EXPECT_EQ("(none)", read_section(pkg.get(), "a"));
+    EXPECT_EQ(1U, vex_pkg_add_data_section(pkg.get(), "a", "new", 3));
+  }
+  const vex_pkg_ptr pkg = open_package("good", READ);
+  EXPECT_EQ("0123456789", read_section(pkg.get(), "x"));
+  EXPECT_EQ("new", read_section(pkg.get(), "a"));
+}
+
+// Whatever a file is, a handle on it behaves as a package without that section.
+TEST_F(Pkg, DamagedFilesHaveNoSections) {
+  const std::string good = make_package();
+  write_file("archived", "x");
+  run({"ar", "rcS", "archive", "archived"});
+  run({"cp", "/proc/self/exe", "elf64"});
+  mkfifo("fifo", 0666);
+  const struct {
+    const char* name;
+    std::string image;
+  } cases[] = {
+      {"empty file", ""},
+      {"text", "no package\n"},
+      {"archive", read_file("archive")},
+      {"64-bit ELF", read_file("elf64")},
+      {"64-bit class", with_bytes(good, 4, "\2")},
+      {"big-endian", with_bytes(good, 5, "\2")},
+      {"header cut off", good.substr(0, 51)},
+      {"section headers cut off", good.substr(0, good.size() - 80)},
+      {"no string table", with_bytes(good, 50, std::string(2, '\0'))},
+      {"string table out of range", with_bytes(good, 50, "\xff\x7f")},
+      {"string table without end", with_bytes(good, header_at(good, 1, 20), word(16))},
+      {"string table of no size", with_bytes(good, header_at(good, 1, 20), word(0))},
+      {"string table beyond the file", with_bytes(good, header_at(good, 1, 16), word(0xfffffff0))},
+      {"name beyond the table", with_bytes(good, header_at(good, 3, 0), word(0x7fffffff))},
+      {"section beyond the file", with_bytes(good, header_at(good, 3, 20), word(0x7fffffff))},
+      {"section without bytes", with_bytes(good, header_at(good, 3, 4), word(8))},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    write_file("bad", c.image);
+    capture([&c] {
+      std::string image = c.image;
+      for (const bool in_memory : {false, true}) {
+        const vex_pkg_ptr pkg(in_memory
+                                  ? vex_pkg_open_file_from_memory(image.data(), image.size(), 0x100)
+                                  : vex_pkg_open_file("bad", READ));
+        char buffer[64];
+        void* data = nullptr;
+        EXPECT_EQ("(none)", read_section(pkg.get(), "a"));
+        EXPECT_EQ(0U, vex_pkg_read_section(pkg.get(), "a", buffer, sizeof buffer));
+        EXPECT_EQ(0U, vex_pkg_read_section_transient(pkg.get(), "a", &data));
+        EXPECT_EQ(0U, vex_pkg_read_section_into_file(pkg.get(), "a", "target"));
+        EXPECT_EQ(0U, vex_pkg_add_data_section(pkg.get(), "n", "x", 1));
+        vex_pkg_section_names(pkg.get(), buffer, sizeof buffer);
+        vex_pkg_list_file_sections(pkg.get());
+      }
+      vex_pkg_close_file(vex_pkg_open_file("bad", EDIT));
+    });
+    EXPECT_EQ(c.image, read_file("bad"));
+  }
+  for (const char* path : {".", "fifo"}) {
+    const Printed printed = capture([path] {
+      const vex_pkg_ptr pkg = open_package(path, READ);
+      EXPECT_EQ("(none)", read_section(pkg.get(), "a"));
+    });
+    EXPECT_NE("", printed.err);
+  }
+}
+
+TEST_F(Pkg, EditingRefusesWhatCannotBeWrittenSafely) {
+  const std::string good = make_package();
+  const struct {
+    std::string image;
+    const char* message;
+  } cases[] = {
+      {with_bytes(good, 50, std::string(2, '\0')), "No string table section\n"},
+      {with_bytes(good, header_at(good, 1, 4), word(1)), "No usable string table section\n"},
+      {with_bytes(good, header_at(good, 1, 20), word(16)), "No usable string table section\n"},
+      {with_bytes(good, header_at(good, 3, 32), word(0x80000000)),
+       "Section alignment of 2147483648 bytes is not supported\n"},
+      {with_bytes(good, header_at(good, 1, 20), word(0)), ""},
+  };
+  for (const auto& c : cases) {
+    write_file("bad", c.image);
+    const Printed printed = capture([] { EXPECT_EQ(nullptr, vex_pkg_open_file("bad", EDIT)); });
+    EXPECT_EQ(c.message, printed.err);
+  }
+}
+
+TEST_F(Pkg, FailedWriteIsToldWhateverIsShown) {
+  const Printed printed = capture([] {
+    vex_pkg_file* pkg = vex_pkg_open_file("/dev/full", VEX_PKG_READ_WRITE | VEX_PKG_CREATE);
+    EXPECT_EQ(0U, vex_pkg_close_file_checked(pkg));
+  });
+  EXPECT_EQ(0U, printed.err.find(" elf_update ()  failed : "));
+}
