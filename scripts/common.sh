@@ -1,8 +1,7 @@
 # shellcheck shell=bash
 # SPDX-License-Identifier: BSD-3-Clause
 # For the other scripts, which source it.
-set -euo pipefail
-cd "$(dirname "${BASH_SOURCE[0]}")/.."
+cd "$(dirname "${BASH_SOURCE[0]}")/.." || exit
 
 say() { printf '\n== %s\n' "$*"; }
 

@@ -3,6 +3,8 @@
 # Installs what is missing, builds the tool into build/, and shows its work on the examples, in
 # build/demo/: component packages, a library of them, its listing and its sections; and with clang
 # and LLVM, a library with OpenCL code too.
+set -euo pipefail
+# shellcheck source-path=SCRIPTDIR source=common.sh
 . "$(dirname "$0")/common.sh"
 
 install_build_packages
