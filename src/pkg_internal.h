@@ -13,7 +13,8 @@
 
 #include <libelf.h>
 
-// What the two halves of the container share: pkg.cpp (lifecycle) and pkg_sections.cpp (sections).
+// What the parts of the container share: pkg.cpp (lifecycle), pkg_read.cpp and pkg_write.cpp
+// (sections).
 
 struct section_name_hash {
   using is_transparent = void;
@@ -72,3 +73,9 @@ void set_section_bytes(Elf_Data* data, const void* buffer, std::size_t size);
 // The same for a new descriptor, which also gets the type and alignment that every section of a
 // package has.
 void fill_section_data(Elf_Data* data, const void* buffer, std::size_t size);
+
+// The first section of that name, or null.
+Elf_Scn* get_section_by_name(vex_pkg_file* pkg, const char* name);
+
+// The one data descriptor of a section, or null after a message if `show` is set.
+Elf_Data* get_section_data(Elf_Scn* section, bool show);
