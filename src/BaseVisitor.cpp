@@ -15,7 +15,7 @@ std::string line_suffix(int line) {
   return line > 0 ? "', line " + std::to_string(line) + "\n" : "'\n";
 }
 
-std::string with_extra(std::string msg, const std::string& extra) {
+std::string with_extra(const std::string& msg, const std::string& extra) {
   return extra.empty() ? msg : msg + "\n" + extra;
 }
 
@@ -57,7 +57,7 @@ bool BaseVisitor::VisitExit(const tinyxml2::XMLElement& elem) {
   if (m_error) {
     return false;
   }
-  VEX_ASSERT(m_elem_stack.size() > 0);
+  VEX_ASSERT_TEXT(!m_elem_stack.empty(), "m_elem_stack.size() > 0");
   VEX_ASSERT(m_elem_stack.back() == elem.Value());
   if (m_debug) {
     debug("[xml] exiting " + get_elem_stack_key() + "\n");

@@ -38,8 +38,8 @@ EFIVisitor::EFIVisitor(EFISpec* spec, vex::xml::VisitorCallbacks* callbacks, boo
   VEX_ASSERT_TEXT(spec != nullptr, "spec != __null");
 }
 
-bool EFIVisitor::VisitEnter(const XMLElement& elem, const tinyxml2::XMLAttribute* attributes) {
-  if (!BaseVisitor::VisitEnter(elem, attributes)) {
+bool EFIVisitor::VisitEnter(const XMLElement& elem, const tinyxml2::XMLAttribute* first_attribute) {
+  if (!BaseVisitor::VisitEnter(elem, first_attribute)) {
     return false;
   }
   const std::string name = elem.Value();
@@ -144,8 +144,9 @@ const ElementRule* find_rule(const char* name) {
 EFIElemVisitor::EFIElemVisitor(BaseVisitor* parent, EFISpec* spec, bool component_checks)
     : BaseVisitor(parent), m_spec(spec), m_component_checks(component_checks) {}
 
-bool EFIElemVisitor::VisitEnter(const XMLElement& elem, const tinyxml2::XMLAttribute* attributes) {
-  if (!BaseVisitor::VisitEnter(elem, attributes)) {
+bool EFIElemVisitor::VisitEnter(const XMLElement& elem,
+                                const tinyxml2::XMLAttribute* first_attribute) {
+  if (!BaseVisitor::VisitEnter(elem, first_attribute)) {
     return false;
   }
   const ElementRule* rule = find_rule(elem.Value());
