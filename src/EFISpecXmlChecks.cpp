@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
+#include "EFISpecKeySearch.h"
 #include "EFISpecXml.h"
 
 #include "unique_fd.h"
@@ -7,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <memory>
 
 #include <sys/stat.h>
 
@@ -16,7 +18,7 @@ namespace vex::efi::xml {
 
 namespace {
 
-constexpr std::size_t READ_SIZE = std::size_t{1} << 20;
+constexpr std::size_t MAX_BLOCK_SIZE = std::size_t{1} << 18;
 
 // What a pipeline stage of that latency holds: a word, or nothing when it has no registers.
 int default_capacity(int latency) {
@@ -41,12 +43,6 @@ std::size_t read_fully(const unique_fd& fd, char* target, std::size_t size) {
   return done;
 }
 
-// Whether a key can occur in a text's lines and does. An empty key is in any line.
-bool occurs(const std::string& key, const char* text, std::size_t size) {
-  return key.empty() || (key.find('\n') == std::string::npos &&
-                         memmem(text, size, key.data(), key.size()) != nullptr);
-}
-
 } // namespace
 
 bool fileOK(const std::string& path) {
@@ -60,36 +56,27 @@ bool strings_in_file(const std::string& path, const std::vector<std::string>& ke
   if (!fd) {
     return false;
   }
-  auto missing = static_cast<std::size_t>(std::count(result.begin(), result.end(), false));
   // A directory, a FIFO or a device has no lines, and reading it may never end.
   struct stat status = {};
-  if (fstat(fd.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
-    return missing == 0;
+  KeySearch search(keys, result);
+  if (search.is_complete() || fstat(fd.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+    return search.is_complete();
   }
-  std::size_t longest = 1;
-  for (const std::string& key : keys) {
-    longest = std::max(longest, key.size());
-  }
-  // The end of each block is searched again with the next one, for keys that lie across.
-  const std::size_t overlap = longest - 1;
-  std::vector<char> buffer(overlap + READ_SIZE);
+  const std::size_t block_size =
+      std::min(MAX_BLOCK_SIZE, static_cast<std::size_t>(status.st_size) + 1);
+  const auto buffer = std::make_unique_for_overwrite<char[]>(search.overlap() + block_size);
   std::size_t kept = 0;
-  while (missing > 0) {
-    const std::size_t count = read_fully(fd, buffer.data() + kept, READ_SIZE);
+  while (!search.is_complete()) {
+    const std::size_t count = read_fully(fd, buffer.get() + kept, block_size);
     if (count == 0) {
       break;
     }
     const std::size_t size = kept + count;
-    for (std::size_t i = 0; i < keys.size(); ++i) {
-      if (!result[i] && occurs(keys[i], buffer.data(), size)) {
-        result[i] = true;
-        --missing;
-      }
-    }
-    kept = std::min(overlap, size);
-    std::memmove(buffer.data(), buffer.data() + size - kept, kept);
+    search.search(buffer.get(), size);
+    kept = std::min(search.overlap(), size);
+    std::memmove(buffer.get(), buffer.get() + size - kept, kept);
   }
-  return missing == 0;
+  return search.is_complete();
 }
 
 std::string addPrefix(const std::string& prefix, const std::string& path) {

@@ -17,30 +17,62 @@ const char* elf_error_text(int error) {
   return text != nullptr ? text : "no error";
 }
 
-Elf32_Ehdr* get_package_header(Elf* elf) {
-  if (elf_kind(elf) != ELF_K_ELF) {
-    return nullptr;
-  }
-  Elf32_Ehdr* header = elf32_getehdr(elf);
-  return header != nullptr && header->e_ident[EI_DATA] == ELFDATA2LSB ? header : nullptr;
+bool is_package(const vex_pkg_file* pkg) {
+  return elf_kind(pkg->elf) == ELF_K_ELF && elf32_getehdr(pkg->elf) != nullptr &&
+         elf_getident(pkg->elf, nullptr)[EI_DATA] == ELFDATA2LSB;
 }
 
-Elf_Data* get_name_data_ptr(vex_pkg_file* pkg) {
+// When memory runs out inside elf_newscn, it returns a section that crashes whoever touches it and
+// keeps that in its list; only the error number tells.
+Elf_Scn* make_section(vex_pkg_file* pkg) {
+  elf_errno();
+  Elf_Scn* section = is_package(pkg) && !pkg->damaged ? elf_newscn(pkg->elf) : nullptr;
+  const int error = elf_errno();
+  if (section != nullptr && error == 0) {
+    return section;
+  }
+  pkg->damaged = pkg->damaged || section != nullptr;
+  report(pkg->show_errors, " elf_newscn ()  failed : %s.", elf_error_text(error));
+  return nullptr;
+}
+
+Elf32_Shdr* set_section_header(vex_pkg_file* pkg, Elf_Scn* section, Elf32_Word type,
+                               Elf32_Word flags) {
+  Elf32_Shdr* header = elf32_getshdr(section);
+  if (header == nullptr) {
+    report(pkg->show_errors, " elf32_getshdr ()  failed : %s.", elf_error_text(-1));
+    return nullptr;
+  }
+  header->sh_type = type;
+  header->sh_flags = flags;
+  header->sh_entsize = 0;
+  return header;
+}
+
+Elf_Data* get_name_data_ptr(vex_pkg_file* pkg, bool show) {
   if (pkg->name_data != nullptr) {
     return pkg->name_data;
   }
   auto index = static_cast<std::size_t>(-1);
-  if (get_package_header(pkg->elf) == nullptr || elf_getshdrstrndx(pkg->elf, &index) != 0 ||
-      index == SHN_UNDEF) {
-    report(pkg->show_errors, "No string table section\n");
-    return nullptr;
+  Elf_Data* names = nullptr;
+  if (is_package(pkg) && elf_getshdrstrndx(pkg->elf, &index) == 0 && index != SHN_UNDEF) {
+    names = elf_getdata(elf_getscn(pkg->elf, index), nullptr);
   }
-  return elf_getdata(elf_getscn(pkg->elf, index), nullptr);
+  if (names == nullptr) {
+    report(show, "No string table section\n");
+  }
+  return names;
 }
 
 bool name_table_is_usable(const Elf_Data* names) {
   return names != nullptr && names->d_buf != nullptr && names->d_size > 0 &&
          static_cast<const char*>(names->d_buf)[names->d_size - 1] == '\0';
+}
+
+std::vector<mapped_source>::iterator find_mapped_source(vex_pkg_file* pkg, const void* bytes) {
+  auto& sources = pkg->mapped_sources;
+  return std::find_if(sources.begin(), sources.end(),
+                      [bytes](const mapped_source& source) { return source.bytes.get() == bytes; });
 }
 
 std::uint64_t padded_size(std::uint64_t size, std::uint64_t alignment) {
@@ -68,8 +100,6 @@ namespace {
 constexpr std::size_t FIRST_SECTION_SIZE = 4096;
 constexpr char FIRST_SECTION_BYTES[FIRST_SECTION_SIZE] = {};
 
-constexpr std::size_t INITIAL_NAME_TABLE_SIZE = 4096;
-
 // libelf keeps the alignments of an existing file, and a section of 6 KB aligned to 2 GiB would be
 // written as a file of 2 GiB.
 constexpr Elf32_Word MAX_FOREIGN_ALIGNMENT = 65536;
@@ -78,25 +108,13 @@ constexpr unsigned ACCESS_BITS = VEX_PKG_READ_ONLY | VEX_PKG_READ_WRITE;
 constexpr unsigned SHOW_BITS = VEX_PKG_SHOW_ERRORS | VEX_PKG_SHOW_INFO;
 
 // libelf of elfutils lacks this call of the classic library: it records the section as the header's
-// string-table section. An index that the header's 16 bits cannot hold goes to sh_link of section 0
-// (ELF gABI, e_shstrndx).
+// string-table section. Ours is the first one made, so that the header's 16 bits hold its index.
 int elfx_update_shstrndx(Elf* elf, std::size_t index) {
   Elf32_Ehdr* header = elf32_getehdr(elf);
-  if (header == nullptr) {
+  if (header == nullptr || index >= SHN_LORESERVE) {
     return 0;
   }
-  if (index < SHN_LORESERVE) {
-    header->e_shstrndx = static_cast<Elf32_Half>(index);
-  } else {
-    Elf_Scn* first = elf_getscn(elf, 0);
-    Elf32_Shdr* first_header = elf32_getshdr(first);
-    if (first_header == nullptr) {
-      return 0;
-    }
-    header->e_shstrndx = SHN_XINDEX;
-    first_header->sh_link = static_cast<Elf32_Word>(index);
-    elf_flagshdr(first, ELF_C_SET, ELF_F_DIRTY);
-  }
+  header->e_shstrndx = static_cast<Elf32_Half>(index);
   return elf_flagehdr(elf, ELF_C_SET, ELF_F_DIRTY) != 0 ? 1 : 0;
 }
 
@@ -157,11 +175,12 @@ void build_header(vex_pkg_file* pkg) {
 
 // Gives the handle its own, zeroed string table: the empty name, then the table's own.
 void build_name_table(vex_pkg_file* pkg, Elf_Scn* section) {
-  Elf_Data* data = elf_newdata(section);
-  if (data == nullptr) {
+  pkg->name_data = elf_newdata(section);
+  if (pkg->name_data == nullptr) {
     report(pkg->show_errors, " elf_newdata ()  failed : %s.", elf_error_text(-1));
     return;
   }
+  fill_section_data(pkg->name_data, nullptr, 0);
   pkg->name_table.reset(static_cast<char*>(std::calloc(1, INITIAL_NAME_TABLE_SIZE)));
   if (pkg->name_table == nullptr) {
     report(pkg->show_errors, " Failed to allocate %d bytes for string table",
@@ -170,37 +189,31 @@ void build_name_table(vex_pkg_file* pkg, Elf_Scn* section) {
   }
   pkg->name_capacity = INITIAL_NAME_TABLE_SIZE;
   std::strncpy(pkg->name_table.get() + 1, VEX_PKG_STRING_TABLE, INITIAL_NAME_TABLE_SIZE - 1);
-  fill_section_data(data, pkg->name_table.get(), 1 + std::strlen(VEX_PKG_STRING_TABLE) + 1);
-  pkg->name_data = data;
+  set_section_bytes(pkg->name_data, pkg->name_table.get(),
+                    1 + std::strlen(VEX_PKG_STRING_TABLE) + 1);
 }
 
+// Each step prints its failure, and the next one is made all the same.
 void build_new_package(vex_pkg_file* pkg) {
   build_header(pkg);
-  Elf_Scn* section = get_package_header(pkg->elf) != nullptr ? elf_newscn(pkg->elf) : nullptr;
-  if (section == nullptr) {
-    report(pkg->show_errors, " elf_newscn ()  failed : %s.", elf_error_text(-1));
-  }
+  Elf_Scn* section = make_section(pkg);
   build_name_table(pkg, section);
-  Elf32_Shdr* header = elf32_getshdr(section);
-  if (header == nullptr) {
-    report(pkg->show_errors, " elf32_getshdr ()  failed : %s.", elf_error_text(-1));
-  } else {
+  Elf32_Shdr* header = set_section_header(pkg, section, SHT_STRTAB, SHF_STRINGS);
+  if (header != nullptr) {
     header->sh_name = 1;
-    header->sh_type = SHT_STRTAB;
-    header->sh_flags = SHF_STRINGS;
-    header->sh_entsize = 0;
   }
   elfx_update_shstrndx(pkg->elf, elf_ndxscn(section));
   vex_pkg_add_data_section(pkg, "", FIRST_SECTION_BYTES, FIRST_SECTION_SIZE);
   pkg->dirty = true;
 }
 
-// Adds up what an existing file holds; false for one that must not be written again.
-bool measure_sections(vex_pkg_file* pkg) {
+// Adds up what an existing file holds beside its string table; false for one that must not be
+// written again.
+bool measure_sections(vex_pkg_file* pkg, const Elf_Scn* name_section) {
   Elf_Scn* section = nullptr;
   while ((section = elf_nextscn(pkg->elf, section)) != nullptr) {
     const Elf32_Shdr* header = elf32_getshdr(section);
-    if (header == nullptr) {
+    if (header == nullptr || section == name_section) {
       continue;
     }
     if (header->sh_addralign > MAX_FOREIGN_ALIGNMENT) {
@@ -219,28 +232,29 @@ bool measure_sections(vex_pkg_file* pkg) {
 // Takes over an existing file's string table as a private copy that can grow. The table must be a
 // section of that type: libelf aborts when it writes a file whose table is section 0.
 bool adopt_name_table(vex_pkg_file* pkg) {
-  Elf_Data* data = get_name_data_ptr(pkg);
-  if (data == nullptr || data->d_size == 0) {
+  Elf_Data* names = get_name_data_ptr(pkg, pkg->show_errors);
+  if (names == nullptr || names->d_size == 0) {
     return false;
   }
   std::size_t index = 0;
   elf_getshdrstrndx(pkg->elf, &index);
-  const Elf32_Shdr* header = elf32_getshdr(elf_getscn(pkg->elf, index));
-  if (header == nullptr || header->sh_type != SHT_STRTAB || !name_table_is_usable(data)) {
+  Elf_Scn* section = elf_getscn(pkg->elf, index);
+  const Elf32_Shdr* header = elf32_getshdr(section);
+  if (header == nullptr || header->sh_type != SHT_STRTAB || !name_table_is_usable(names)) {
     report(pkg->show_errors, "No usable string table section\n");
     return false;
   }
-  pkg->name_table.reset(static_cast<char*>(std::malloc(data->d_size)));
+  pkg->name_table.reset(static_cast<char*>(std::malloc(names->d_size)));
   if (pkg->name_table == nullptr) {
     report(pkg->show_errors, " Failed to allocate %u bytes for string table",
-           static_cast<unsigned>(data->d_size));
+           static_cast<unsigned>(names->d_size));
     return false;
   }
-  std::memcpy(pkg->name_table.get(), data->d_buf, data->d_size);
-  pkg->name_capacity = data->d_size;
-  data->d_buf = pkg->name_table.get();
-  pkg->name_data = data;
-  return measure_sections(pkg);
+  std::memcpy(pkg->name_table.get(), names->d_buf, names->d_size);
+  pkg->name_capacity = names->d_size;
+  names->d_buf = pkg->name_table.get();
+  pkg->name_data = names;
+  return measure_sections(pkg, section);
 }
 
 // Writes a changed package. libelf writes stale gaps and may write a garbage header table unless
@@ -250,7 +264,7 @@ bool write_package(vex_pkg_file* pkg) {
     std::puts("vex_pkg_close_file: Pkg is dirty");
   }
   elf_flagelf(pkg->elf, ELF_C_SET, ELF_F_DIRTY);
-  if (elf_update(pkg->elf, ELF_C_WRITE) < 0) {
+  if (pkg->damaged || elf_update(pkg->elf, ELF_C_WRITE) < 0) {
     report(true, " elf_update ()  failed : %s.", elf_error_text(-1));
     return false;
   }
@@ -258,6 +272,23 @@ bool write_package(vex_pkg_file* pkg) {
     std::puts("vex_pkg_close_file: Pkg update is ok");
   }
   return true;
+}
+
+// Whether the mapped sources held still. One that was replaced by another file did: the map is
+// still of the old one.
+bool check_mapped_sources(const vex_pkg_file* pkg) {
+  bool ok = true;
+  for (const auto& [path, old, bytes] : pkg->mapped_sources) {
+    struct stat now = {};
+    if (stat(path.c_str(), &now) == 0 && now.st_dev == old.st_dev && now.st_ino == old.st_ino &&
+        (now.st_size != old.st_size || now.st_mtim.tv_sec != old.st_mtim.tv_sec ||
+         now.st_mtim.tv_nsec != old.st_mtim.tv_nsec)) {
+      report(pkg->show_errors, "vex_pkg_close_file: File %s changed while it was packaged\n",
+             path.c_str());
+      ok = false;
+    }
+  }
+  return ok;
 }
 
 bool close_descriptor(vex_pkg_file* pkg) {
@@ -274,6 +305,25 @@ bool close_descriptor(vex_pkg_file* pkg) {
   }
   return ok;
 }
+
+// What a handle needs to be one, whether libelf takes the file or not.
+void begin_package(vex_pkg_file* pkg, const char* name, unsigned mode) {
+  pkg->name = name;
+  pkg->writable = (mode & VEX_PKG_READ_ONLY) == 0;
+  vex_pkg_set_show_mode(pkg, mode);
+  pkg->elf = elf_begin(pkg->fd, begin_command(mode), nullptr);
+  if (pkg->elf == nullptr) {
+    report(pkg->show_errors, "elf_begin failed: %s\n", elf_error_text(errno));
+  }
+}
+
+// Closes a handle that was not handed out, without writing anything.
+struct package_discarder {
+  void operator()(vex_pkg_file* pkg) const {
+    pkg->dirty = false;
+    vex_pkg_close_file(pkg);
+  }
+};
 
 } // namespace
 
@@ -294,27 +344,20 @@ vex_pkg_file* vex_pkg_open_file(const char* name, unsigned mode) {
     report(show, "Couldn't open %s: %s\n", name, std::strerror(errno));
     return nullptr;
   }
-  auto* pkg = new (std::nothrow) vex_pkg_file;
+  std::unique_ptr<vex_pkg_file, package_discarder> pkg(new (std::nothrow) vex_pkg_file);
   if (pkg == nullptr) {
     report(show, "Failed to allocate %d bytes of memory\n", static_cast<int>(sizeof *pkg));
     close(fd);
     return nullptr;
   }
-  vex_pkg_ptr owner(pkg);
   pkg->fd = fd;
-  pkg->name = name;
-  pkg->writable = (mode & VEX_PKG_READ_ONLY) == 0;
-  vex_pkg_set_show_mode(pkg, mode);
-  pkg->elf = elf_begin(fd, begin_command(mode), nullptr);
-  if (pkg->elf == nullptr) {
-    report(show, "elf_begin failed: %s\n", elf_error_text(errno));
-  }
+  begin_package(pkg.get(), name, mode);
   if ((mode & VEX_PKG_CREATE) != 0) {
-    build_new_package(pkg);
-  } else if (pkg->writable && pkg->elf != nullptr && !adopt_name_table(pkg)) {
+    build_new_package(pkg.get());
+  } else if (pkg->writable && pkg->elf != nullptr && !adopt_name_table(pkg.get())) {
     return nullptr;
   }
-  return owner.release();
+  return pkg.release();
 }
 
 vex_pkg_file* vex_pkg_open_file_from_memory(char* image, std::size_t size, unsigned mode) {
@@ -352,7 +395,7 @@ unsigned vex_pkg_close_file_checked(vex_pkg_file* pkg) {
     if (pkg->show_info) {
       std::puts("vex_pkg_close_file: Pkg fd is live");
     }
-    ok = !pkg->dirty || write_package(pkg);
+    ok = !pkg->dirty || (write_package(pkg) && check_mapped_sources(pkg));
   }
   while (elf_end(pkg->elf) != 0) {
     if (pkg->show_info) {

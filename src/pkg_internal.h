@@ -23,6 +23,13 @@ struct section_name_hash {
   }
 };
 
+// A source file whose bytes are in the package without having been copied.
+struct mapped_source {
+  std::string path;
+  struct stat status;
+  MappedBytes bytes;
+};
+
 struct vex_pkg_file {
   std::string name; // for close-time messages; empty for a package in memory
   int fd = -1;      // -1 for a package in memory
@@ -32,6 +39,7 @@ struct vex_pkg_file {
   bool dirty : 1 = false;
   bool show_errors : 1 = false;
   bool show_info : 1 = false;
+  bool damaged : 1 = false; // libelf's list of sections is not fit to be walked or written
 
   // The string table of a writable package. libelf's descriptor points at a block of ours, which
   // grows by doubling; after an update of the table section itself it points at the caller's
@@ -40,28 +48,43 @@ struct vex_pkg_file {
   malloc_ptr<char> name_table;
   std::size_t name_capacity = 0;
 
-  // First section of each name, filled in section order at the first look-up and kept up by adding.
+  // First section of each name, filled in section order at the first look-up and kept up by adding,
+  // unless a longer string table may give other sections a name too.
   std::unordered_map<std::string, Elf_Scn*, section_name_hash, std::equal_to<>> index;
   bool indexed = false;
+  bool index_can_grow = false;
 
   std::uint64_t content_bytes = 0; // all sections but the string table, with their padding
-  std::vector<malloc_ptr<void>>
-      buffers; // contents read from files, which libelf's descriptors point at
+
+  // What libelf's descriptors or callers may still point at until close: contents read from files
+  // and outgrown string tables; and contents that are mapped, whose files must not have changed
+  // then.
+  std::vector<malloc_ptr<void>> blocks;
+  std::vector<mapped_source> mapped_sources;
 };
 
 inline constexpr std::size_t SECTION_ALIGNMENT = 128;
+inline constexpr std::size_t INITIAL_NAME_TABLE_SIZE = 4096;
 
 // elf_errmsg, which may return null for "no error", as a printable text.
 const char* elf_error_text(int error);
 
-// The ELF header if the handle is on a file of the container's kind, else null. Everything else
-// must not be handed to elf_newscn, which crashes on it.
-Elf32_Ehdr* get_package_header(Elf* elf);
+// Whether the handle is on a file of the container's kind. Everything else must not be handed to
+// elf_newscn, which crashes on it.
+bool is_package(const vex_pkg_file* pkg);
 
-// The data descriptor of the section-name string table, or null after a message.
-Elf_Data* get_name_data_ptr(vex_pkg_file* pkg);
+// A new ELF section, or null after a message.
+Elf_Scn* make_section(vex_pkg_file* pkg);
 
-// Whether every offset below the table's size leads to a terminated name.
+// Sets what the container gives to a section's header; a message when there is none.
+Elf32_Shdr* set_section_header(vex_pkg_file* pkg, Elf_Scn* section, Elf32_Word type,
+                               Elf32_Word flags);
+
+// The data descriptor of the section-name string table, or null after a message if `show` is set.
+Elf_Data* get_name_data_ptr(vex_pkg_file* pkg, bool show);
+
+// Whether every offset below the table's size leads to a terminated name. A table without its last
+// NUL is refused as a whole.
 bool name_table_is_usable(const Elf_Data* names);
 
 // `size` with its padding to the next section.
@@ -79,3 +102,6 @@ Elf_Scn* get_section_by_name(vex_pkg_file* pkg, const char* name);
 
 // The one data descriptor of a section, or null after a message if `show` is set.
 Elf_Data* get_section_data(Elf_Scn* section, bool show);
+
+// The mapped source whose bytes begin there, or the end of the list.
+std::vector<mapped_source>::iterator find_mapped_source(vex_pkg_file* pkg, const void* bytes);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "pkg_internal.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
@@ -19,18 +20,17 @@ const char* get_section_name(Elf_Scn* section, const Elf_Data* names) {
                                         : nullptr;
 }
 
-// Calls visit(section, name) for each section with a name, in file order, until it returns false;
-// the null section is not visited.
+// Calls visit(section, name) for each section, in file order, until it returns false; the null
+// section is not visited. The name is null where get_section_name finds none.
 template <typename Visit>
-bool for_each_section(vex_pkg_file* pkg, Visit visit) {
-  const Elf_Data* names = get_name_data_ptr(pkg);
-  if (!name_table_is_usable(names)) {
+bool for_each_section(vex_pkg_file* pkg, bool show, Visit visit) {
+  const Elf_Data* names = get_name_data_ptr(pkg, show);
+  if (names == nullptr || pkg->damaged) {
     return true;
   }
   Elf_Scn* section = nullptr;
   while ((section = elf_nextscn(pkg->elf, section)) != nullptr) {
-    const char* name = get_section_name(section, names);
-    if (name != nullptr && !visit(section, name)) {
+    if (!visit(section, get_section_name(section, names))) {
       return false;
     }
   }
@@ -38,14 +38,32 @@ bool for_each_section(vex_pkg_file* pkg, Visit visit) {
 }
 
 bool is_listed(const char* name) {
-  return *name != '\0' && std::strcmp(name, VEX_PKG_STRING_TABLE) != 0;
+  return name != nullptr && *name != '\0' && std::strcmp(name, VEX_PKG_STRING_TABLE) != 0;
 }
 
-// The first data descriptor. A size without bytes is what libelf makes of a section that claims to
-// occupy no space in the file: no data.
+// The first data descriptor. A section that occupies no space in the file has none: it may claim
+// any size, and what is put into it is lost.
 Elf_Data* get_first_data(Elf_Scn* section) {
-  Elf_Data* data = elf_getdata(section, nullptr);
-  return data != nullptr && data->d_buf == nullptr && data->d_size != 0 ? nullptr : data;
+  Elf32_Shdr header = {};
+  const Elf32_Shdr* location = elf32_getshdr(section);
+  if (location != nullptr) {
+    std::memcpy(&header, location, sizeof header);
+  }
+  return header.sh_type != SHT_NOBITS ? elf_getdata(section, nullptr) : nullptr;
+}
+
+void build_index(vex_pkg_file* pkg) {
+  pkg->index.clear();
+  pkg->index_can_grow = true;
+  for_each_section(pkg, pkg->show_errors, [pkg](Elf_Scn* section, const char* name) {
+    if (name != nullptr) {
+      pkg->index.try_emplace(name, section);
+    } else {
+      pkg->index_can_grow = false;
+    }
+    return true;
+  });
+  pkg->indexed = true;
 }
 
 } // namespace
@@ -55,12 +73,7 @@ Elf_Scn* get_section_by_name(vex_pkg_file* pkg, const char* name) {
     return nullptr;
   }
   if (!pkg->indexed) {
-    pkg->index.clear();
-    for_each_section(pkg, [pkg](Elf_Scn* section, const char* section_name) {
-      pkg->index.try_emplace(section_name, section);
-      return true;
-    });
-    pkg->indexed = true;
+    build_index(pkg);
   }
   const auto found = pkg->index.find(std::string_view(name));
   return found != pkg->index.end() ? found->second : nullptr;
@@ -81,16 +94,60 @@ Elf_Data* get_section_data(Elf_Scn* section, bool show) {
 
 namespace {
 
-// The data of the section that a read operation asks for, or null after its messages.
-Elf_Data* find_data_to_read(vex_pkg_file* pkg, const char* name) {
+// The section that a read operation asks for, or null after a message.
+Elf_Scn* find_section_to_read(vex_pkg_file* pkg, const char* name) {
   Elf_Scn* section = get_section_by_name(pkg, name);
   if (section == nullptr) {
-    report(pkg->show_errors, "Couldn't find section with name '%s'.\n", name);
+    report(pkg->show_errors, "Couldn't find section with name '%s'.\n",
+           name != nullptr ? name : "(null)");
+  }
+  return section;
+}
+
+// A mapped source is replaced by a copy before anybody looks at it: its file may become shorter.
+bool copy_mapped_source(vex_pkg_file* pkg, Elf_Data* data) {
+  const auto source = find_mapped_source(pkg, data->d_buf);
+  if (source == pkg->mapped_sources.end()) {
+    return true;
+  }
+  malloc_ptr<void> copy = source->bytes.copy();
+  if (copy == nullptr) {
+    return false;
+  }
+  data->d_buf = copy.get();
+  pkg->blocks.push_back(std::move(copy));
+  pkg->mapped_sources.erase(source);
+  return true;
+}
+
+// The data of the section that a read operation asks for, or null after its messages.
+Elf_Data* find_data_to_read(vex_pkg_file* pkg, const char* name) {
+  Elf_Scn* section = find_section_to_read(pkg, name);
+  if (section == nullptr) {
     return nullptr;
   }
   Elf_Data* data = get_section_data(section, pkg->show_errors);
-  if (data == nullptr) {
+  if (data == nullptr || !copy_mapped_source(pkg, data)) {
     report(pkg->show_errors, "No data for section '%s'.\n", name);
+    return nullptr;
+  }
+  return data;
+}
+
+// The same for an operation that judges the descriptors in its own words.
+Elf_Data* find_data_to_write_out(vex_pkg_file* pkg, const char* name) {
+  Elf_Scn* section = find_section_to_read(pkg, name);
+  if (section == nullptr) {
+    return nullptr;
+  }
+  Elf_Data* data = get_first_data(section);
+  if (data == nullptr || !copy_mapped_source(pkg, data)) {
+    report(pkg->show_errors, "No data for section '%s'.\n", name);
+    return nullptr;
+  }
+  if (elf_getdata(section, data) != nullptr) {
+    report(pkg->show_errors, "Multiple data descriptors for '%s'.\n", name);
+    return nullptr;
   }
   return data;
 }
@@ -154,29 +211,13 @@ unsigned vex_pkg_read_section(vex_pkg_file* pkg, const char* name, char* buffer,
 }
 
 unsigned vex_pkg_read_section_into_file(vex_pkg_file* pkg, const char* name, const char* path) {
-  if (pkg == nullptr) {
-    return 0;
-  }
-  Elf_Scn* section = get_section_by_name(pkg, name);
-  if (section == nullptr) {
-    report(pkg->show_errors, "Couldn't find section with name '%s'.\n", name);
-    return 0;
-  }
-  Elf_Data* data = get_first_data(section);
+  const Elf_Data* data = pkg != nullptr ? find_data_to_write_out(pkg, name) : nullptr;
   if (data == nullptr) {
-    report(pkg->show_errors, "No data for section '%s'.\n", name);
-    return 0;
-  }
-  if (elf_getdata(section, data) != nullptr) {
-    report(pkg->show_errors, "Multiple data descriptors for '%s'.\n", name);
     return 0;
   }
   std::unique_ptr<std::FILE, file_closer> file(std::fopen(path, "wbe"));
   if (file == nullptr) {
-    if (pkg->show_errors) {
-      std::fflush(stdout);
-      std::perror("Couldn't open file for writing");
-    }
+    report(pkg->show_errors, "Couldn't open file for writing: %s\n", std::strerror(errno));
     return 0;
   }
   // Unbuffered, so that the count is that of the bytes which the system took.
@@ -200,7 +241,7 @@ void vex_pkg_list_file_sections(vex_pkg_file* pkg) {
     return;
   }
   std::puts("Sections in package file:");
-  for_each_section(pkg, [pkg](Elf_Scn* section, const char* name) {
+  for_each_section(pkg, pkg->show_errors, [pkg](Elf_Scn* section, const char* name) {
     const Elf_Data* data = is_listed(name) ? get_section_data(section, pkg->show_errors) : nullptr;
     if (data != nullptr) {
       std::printf("  %s, %zu bytes\n", name, data->d_size);
@@ -210,16 +251,16 @@ void vex_pkg_list_file_sections(vex_pkg_file* pkg) {
 }
 
 unsigned vex_pkg_section_names(vex_pkg_file* pkg, char* buffer, std::size_t buffer_size) {
-  if (pkg == nullptr || buffer == nullptr) {
+  if (pkg == nullptr) {
     return 0;
   }
   std::size_t length = 0;
-  const bool all = for_each_section(pkg, [&](Elf_Scn*, const char* name) {
+  const bool all = for_each_section(pkg, false, [&](Elf_Scn*, const char* name) {
     if (!is_listed(name)) {
       return true;
     }
     const std::size_t name_length = std::strlen(name);
-    if (length + 1 + name_length >= buffer_size) {
+    if (buffer == nullptr || length + 1 + name_length >= buffer_size) {
       return false;
     }
     if (length > 0) {

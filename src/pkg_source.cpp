@@ -5,8 +5,9 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <utility>
 
-#include <sys/stat.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 void report(bool show, const char* format, ...) {
@@ -20,39 +21,86 @@ void report(bool show, const char* format, ...) {
   va_end(args);
 }
 
-SourceFile::SourceFile(const char* path)
-    : m_path(path != nullptr ? path : ""), m_fd(unique_fd::open_for_reading(m_path)) {
-  struct stat status = {};
-  if (!m_fd || fstat(m_fd.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
-    report(true, "Couldn't open file %s for reading\n", m_path);
-    m_fd = unique_fd();
-    return;
-  }
-  m_size = static_cast<std::size_t>(status.st_size);
-}
+namespace {
 
-malloc_ptr<void> SourceFile::read_all() const {
-  malloc_ptr<void> bytes(std::malloc(std::max<std::size_t>(m_size, 1)));
-  if (bytes == nullptr) {
-    report(true, "Could not allocated %zu bytes of memory\n", m_size);
-    return nullptr;
-  }
-  const std::size_t done = read_into(static_cast<char*>(bytes.get()));
-  if (done < m_size) {
-    report(true, "Error reading %s. Read only %zu out of %zu bytes\n", m_path, done, m_size);
-    return nullptr;
-  }
-  return bytes;
-}
-
-std::size_t SourceFile::read_into(char* target) const {
+// Moves bytes until none are left or no more go; returns how many went.
+template <typename Move>
+std::size_t move_all(std::size_t size, Move move) {
   std::size_t done = 0;
-  while (done < m_size) {
-    const ssize_t count = read(m_fd.get(), target + done, m_size - done);
+  while (done < size) {
+    const ssize_t count = move(done, size - done);
     if (count == 0 || (count < 0 && errno != EINTR)) {
       break;
     }
     done += count > 0 ? static_cast<std::size_t>(count) : 0;
   }
   return done;
+}
+
+std::size_t read_all_into(int fd, void* target, std::size_t size) {
+  return move_all(size, [&](std::size_t done, std::size_t left) {
+    return pread(fd, static_cast<char*>(target) + done, left, static_cast<off_t>(done));
+  });
+}
+
+malloc_ptr<void> allocate(std::size_t size) {
+  return malloc_ptr<void>(std::malloc(std::max<std::size_t>(size, 1)));
+}
+
+} // namespace
+
+MappedBytes::MappedBytes(MappedBytes&& other) noexcept
+    : m_bytes(std::exchange(other.m_bytes, nullptr)), m_size(std::exchange(other.m_size, 0)) {}
+
+MappedBytes& MappedBytes::operator=(MappedBytes other) noexcept {
+  std::swap(m_bytes, other.m_bytes);
+  std::swap(m_size, other.m_size);
+  return *this;
+}
+
+MappedBytes::~MappedBytes() {
+  if (m_bytes != nullptr) {
+    munmap(m_bytes, m_size);
+  }
+}
+
+// By way of a file in memory: the system copies what is there and says so when it is not.
+malloc_ptr<void> MappedBytes::copy() const {
+  const unique_fd file(memfd_create("bfcl-source", MFD_CLOEXEC));
+  const std::size_t written = move_all(m_size, [&](std::size_t done, std::size_t left) {
+    return write(file.get(), static_cast<const char*>(m_bytes) + done, left);
+  });
+  malloc_ptr<void> bytes = allocate(m_size);
+  if (bytes == nullptr || written < m_size ||
+      read_all_into(file.get(), bytes.get(), m_size) < m_size) {
+    return nullptr;
+  }
+  return bytes;
+}
+
+SourceFile::SourceFile(const char* path)
+    : m_path(path != nullptr ? path : ""), m_fd(unique_fd::open_for_reading(m_path)) {
+  if (!m_fd || fstat(m_fd.get(), &m_status) != 0 || !S_ISREG(m_status.st_mode)) {
+    report(true, "Couldn't open file %s for reading\n", m_path);
+    m_fd = unique_fd();
+  }
+}
+
+malloc_ptr<void> SourceFile::read_all() const {
+  malloc_ptr<void> bytes = allocate(size());
+  if (bytes == nullptr) {
+    report(true, "Could not allocated %zu bytes of memory\n", size());
+    return nullptr;
+  }
+  const std::size_t done = read_all_into(m_fd.get(), bytes.get(), size());
+  if (done < size()) {
+    report(true, "Error reading %s. Read only %zu out of %zu bytes\n", m_path, done, size());
+    return nullptr;
+  }
+  return bytes;
+}
+
+MappedBytes SourceFile::map_all() const {
+  void* bytes = mmap(nullptr, size(), PROT_READ, MAP_PRIVATE, m_fd.get(), 0);
+  return bytes != MAP_FAILED ? MappedBytes(bytes, size()) : MappedBytes();
 }

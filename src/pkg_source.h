@@ -6,11 +6,33 @@
 
 #include <cstddef>
 
+#include <sys/stat.h>
+
 // What the container needs beside libelf: its messages and the reading of source files.
 
 // Prints to standard error if `show` is set, after what stands in standard output's buffer, so that
 // the order holds when both are one pipe.
 [[gnu::format(printf, 2, 3)]] void report(bool show, const char* format, ...);
+
+// A file's bytes, mapped into memory. They must only be handed to the system: a program that looks
+// at them dies by a signal when the file has become shorter.
+class MappedBytes {
+public:
+  MappedBytes() = default;
+  MappedBytes(void* bytes, std::size_t size) : m_bytes(bytes), m_size(size) {}
+  MappedBytes(MappedBytes&& other) noexcept;
+  MappedBytes& operator=(MappedBytes other) noexcept;
+  ~MappedBytes();
+
+  [[nodiscard]] const void* get() const { return m_bytes; }
+
+  // The bytes as a block of their own, or null when some of them are gone.
+  [[nodiscard]] malloc_ptr<void> copy() const;
+
+private:
+  void* m_bytes = nullptr;
+  std::size_t m_size = 0;
+};
 
 // A regular file to be read whole. Other kinds (a directory, a FIFO, a device) do not open: their
 // size says nothing about their contents, and reading them may never end. Messages go to standard
@@ -21,18 +43,20 @@ public:
   explicit SourceFile(const char* path);
 
   [[nodiscard]] bool is_open() const { return static_cast<bool>(m_fd); }
+  [[nodiscard]] const char* path() const { return m_path; }
 
-  // In bytes, at the time of opening.
-  [[nodiscard]] std::size_t size() const { return m_size; }
+  // What the file was when it was opened; its size is in bytes.
+  [[nodiscard]] const struct stat& status() const { return m_status; }
+  [[nodiscard]] std::size_t size() const { return static_cast<std::size_t>(m_status.st_size); }
 
   // All size() bytes, or null after a message. An empty file yields a block too.
   [[nodiscard]] malloc_ptr<void> read_all() const;
 
-private:
-  // How many bytes came.
-  std::size_t read_into(char* target) const;
+  // The same without copying them; nothing, without a message, where that can't be done.
+  [[nodiscard]] MappedBytes map_all() const;
 
+private:
   const char* m_path;
   unique_fd m_fd;
-  std::size_t m_size = 0;
+  struct stat m_status = {};
 };

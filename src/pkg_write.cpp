@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "pkg_internal.h"
-#include "pkg_source.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 namespace {
 
@@ -30,17 +30,6 @@ bool check_can_add(vex_pkg_file* pkg, const char* name) {
   }
   if (get_section_by_name(pkg, name) != nullptr) {
     report(pkg->show_errors, "Section '%s' already exists.\n", name);
-    return false;
-  }
-  return true;
-}
-
-bool check_can_update(vex_pkg_file* pkg, const char* name) {
-  if (!check_writable(pkg)) {
-    return false;
-  }
-  if (get_section_by_name(pkg, name) == nullptr) {
-    report(pkg->show_errors, "Section '%s' does not exist.\n", name);
     return false;
   }
   return true;
@@ -74,28 +63,37 @@ bool check_package_size(vex_pkg_file* pkg, std::uint64_t size, std::uint64_t old
   return ok;
 }
 
-// Makes room for `size` bytes in the handle's own block; moves a caller's table into it.
+// Makes room for `size` bytes in a block of the handle's own. The old one stays until close:
+// callers may have a pointer to it, and the name to be added may be in it.
 bool reserve_name_table(vex_pkg_file* pkg, std::size_t size) {
   Elf_Data* names = pkg->name_data;
   const bool own = names->d_buf == pkg->name_table.get();
   if (own && size <= pkg->name_capacity) {
     return true;
   }
-  const std::size_t capacity = std::max(size, 2 * pkg->name_capacity);
-  char* table = static_cast<char*>(std::realloc(pkg->name_table.get(), capacity));
+  const std::size_t capacity =
+      std::max(size, own ? 2 * pkg->name_capacity : INITIAL_NAME_TABLE_SIZE);
+  malloc_ptr<char> table(static_cast<char*>(std::malloc(capacity)));
   if (table == nullptr) {
     report(pkg->show_errors, " Failed to allocate %u bytes for string table",
            static_cast<unsigned>(size));
     return false;
   }
-  static_cast<void>(pkg->name_table.release());
-  pkg->name_table.reset(table);
+  std::memcpy(table.get(), names->d_buf, names->d_size);
+  pkg->blocks.emplace_back(pkg->name_table.release());
+  pkg->name_table = std::move(table);
   pkg->name_capacity = capacity;
-  if (!own && names->d_size > 0) {
-    std::memcpy(table, names->d_buf, names->d_size);
-  }
-  names->d_buf = table;
+  names->d_buf = pkg->name_table.get();
   return true;
+}
+
+// Enters a new section into the index, which counts only while it is complete.
+void index_section(vex_pkg_file* pkg, Elf_Scn* section, const char* name) {
+  pkg->indexed = false;
+  if (pkg->index_can_grow) {
+    pkg->index.try_emplace(name, section);
+    pkg->indexed = true;
+  }
 }
 
 // Gives a new section its name: appended to the string table and entered into the index.
@@ -108,22 +106,24 @@ bool name_section(vex_pkg_file* pkg, Elf_Scn* section, const char* name) {
     return false;
   }
   Elf_Data* names = pkg->name_data;
-  if (names == nullptr || !reserve_name_table(pkg, names->d_size + length + 1)) {
+  if (names == nullptr) {
+    report(pkg->show_errors, "No string table section\n");
+    return false;
+  }
+  if (!reserve_name_table(pkg, names->d_size + length + 1)) {
     return false;
   }
   const std::size_t offset = names->d_size;
-  std::memcpy(static_cast<char*>(names->d_buf) + offset, name, length + 1);
+  std::memcpy(pkg->name_table.get() + offset, name, length + 1);
   names->d_size = offset + length + 1;
   elf_flagdata(names, ELF_C_SET, ELF_F_DIRTY);
   Elf32_Shdr* header = elf32_getshdr(section);
-  // A table without even the empty name at offset 0 is broken: every nameless section took the
-  // name.
+  // A table without even the empty name at offset 0 is broken: nameless sections took the new name.
   if (offset == 0 || header == nullptr) {
-    pkg->indexed = false;
     return false;
   }
   header->sh_name = static_cast<Elf32_Word>(offset);
-  pkg->index.try_emplace(name, section);
+  index_section(pkg, section, name);
   return true;
 }
 
@@ -135,9 +135,8 @@ unsigned vex_pkg_add_data_section(vex_pkg_file* pkg, const char* name, const voi
       !check_package_size(pkg, size)) {
     return 0;
   }
-  Elf_Scn* section = get_package_header(pkg->elf) != nullptr ? elf_newscn(pkg->elf) : nullptr;
+  Elf_Scn* section = make_section(pkg);
   if (section == nullptr) {
-    report(pkg->show_errors, " elf_newscn ()  failed : %s.", elf_error_text(-1));
     return 0;
   }
   Elf_Data* data = elf_newdata(section);
@@ -146,18 +145,11 @@ unsigned vex_pkg_add_data_section(vex_pkg_file* pkg, const char* name, const voi
     return 0;
   }
   fill_section_data(data, buffer, size);
-  pkg->dirty = true;
   pkg->content_bytes += padded_size(size);
-  Elf32_Shdr* header = elf32_getshdr(section);
-  if (header == nullptr) {
-    report(pkg->show_errors, " elf32_getshdr ()  failed : %s.", elf_error_text(-1));
-  } else {
-    header->sh_flags = 0;
-    header->sh_entsize = 0;
-    header->sh_type = SHT_PROGBITS;
-  }
+  pkg->dirty = true;
+  set_section_header(pkg, section, SHT_PROGBITS, 0);
   if (!name_section(pkg, section, name)) {
-    pkg->index.try_emplace("", section);
+    pkg->indexed = false; // the section stays, without a name of its own
     return 0;
   }
   if (pkg->show_info) {
@@ -179,21 +171,46 @@ namespace {
 
 using section_operation = unsigned (*)(vex_pkg_file*, const char*, const void*, std::size_t);
 
-// Reads a file into a buffer that the handle keeps and hands it to an operation. *size_out receives
-// its size in bytes.
-unsigned apply_file(vex_pkg_file* pkg, const char* name, const char* path,
+// From this size on, mapping a file costs less than copying it; the kernel allows about 65,530
+// maps.
+constexpr std::size_t MIN_MAPPED_SIZE = 65536;
+constexpr std::size_t MAX_MAPPINGS = 60000;
+
+bool is_package_file(const vex_pkg_file* pkg, const struct stat& status) {
+  struct stat own = {};
+  return fstat(pkg->fd, &own) == 0 && own.st_dev == status.st_dev && own.st_ino == status.st_ino;
+}
+
+// The file's bytes, which the handle keeps; null after a message. The package's own file is copied,
+// as writing the package changes it.
+const void* take_contents(vex_pkg_file* pkg, const SourceFile& file) {
+  if (file.size() >= MIN_MAPPED_SIZE && pkg->mapped_sources.size() < MAX_MAPPINGS &&
+      !is_package_file(pkg, file.status())) {
+    MappedBytes bytes = file.map_all();
+    if (bytes.get() != nullptr) {
+      pkg->mapped_sources.push_back({file.path(), file.status(), std::move(bytes)});
+      return pkg->mapped_sources.back().bytes.get();
+    }
+  }
+  malloc_ptr<void> block = file.read_all();
+  if (block == nullptr) {
+    return nullptr;
+  }
+  pkg->blocks.push_back(std::move(block));
+  return pkg->blocks.back().get();
+}
+
+// Hands a file's bytes to an operation, in the place of `old_size` bytes. *size_out receives their
+// count.
+unsigned apply_file(vex_pkg_file* pkg, const char* name, const char* path, std::size_t old_size,
                     section_operation operation, std::size_t* size_out) {
   const SourceFile file(path);
-  if (!file.is_open() || !check_package_size(pkg, file.size())) {
+  if (!file.is_open() || !check_package_size(pkg, file.size(), old_size)) {
     return 0;
   }
-  malloc_ptr<void> bytes = file.read_all();
-  if (bytes == nullptr) {
-    return 0;
-  }
-  pkg->buffers.push_back(std::move(bytes));
+  const void* contents = take_contents(pkg, file);
   *size_out = file.size();
-  return operation(pkg, name, pkg->buffers.back().get(), file.size());
+  return contents != nullptr ? operation(pkg, name, contents, file.size()) : 0;
 }
 
 } // namespace
@@ -201,7 +218,7 @@ unsigned apply_file(vex_pkg_file* pkg, const char* name, const char* path,
 unsigned vex_pkg_add_data_section_from_file(vex_pkg_file* pkg, const char* name, const char* path) {
   std::size_t size = 0;
   if (!check_can_add(pkg, name) ||
-      apply_file(pkg, name, path, vex_pkg_add_data_section, &size) == 0) {
+      apply_file(pkg, name, path, 0, vex_pkg_add_data_section, &size) == 0) {
     return 0;
   }
   if (pkg->show_info) {
@@ -210,24 +227,49 @@ unsigned vex_pkg_add_data_section_from_file(vex_pkg_file* pkg, const char* name,
   return 1;
 }
 
+namespace {
+
+// The data of the section that an update is for, or null after a message.
+Elf_Data* find_data_to_update(vex_pkg_file* pkg, const char* name) {
+  if (!check_writable(pkg)) {
+    return nullptr;
+  }
+  Elf_Scn* section = get_section_by_name(pkg, name);
+  if (section == nullptr) {
+    report(pkg->show_errors, "Section '%s' does not exist.\n", name != nullptr ? name : "(null)");
+    return nullptr;
+  }
+  return get_section_data(section, pkg->show_errors);
+}
+
+// Takes the old contents out of what the handle keeps count of.
+void forget_contents(vex_pkg_file* pkg, const Elf_Data* data) {
+  if (data == pkg->name_data) {
+    pkg->indexed = false; // other names may stand there from now on
+    return;
+  }
+  pkg->content_bytes -= padded_size(data->d_size);
+  const auto source = find_mapped_source(pkg, data->d_buf);
+  if (source != pkg->mapped_sources.end()) {
+    pkg->mapped_sources.erase(source);
+  }
+}
+
+} // namespace
+
 unsigned vex_pkg_update_section(vex_pkg_file* pkg, const char* name, const void* buffer,
                                 std::size_t size) {
-  if (!check_can_update(pkg, name) || !check_buffer(pkg, buffer, size)) {
-    return 0;
-  }
-  Elf_Data* data = get_section_data(get_section_by_name(pkg, name), pkg->show_errors);
-  if (data == nullptr || !check_package_size(pkg, size, data->d_size)) {
+  Elf_Data* data = find_data_to_update(pkg, name);
+  if (data == nullptr || !check_buffer(pkg, buffer, size) ||
+      !check_package_size(pkg, size, data->d_size)) {
     return 0;
   }
   if (pkg->show_info) {
     std::printf("vex_pkg_update_section: Updating section %s with %zu bytes of new data\n", name,
                 size);
   }
-  if (data == pkg->name_data) {
-    pkg->indexed = false; // other names may stand there now
-  } else {
-    pkg->content_bytes += padded_size(size) - padded_size(data->d_size);
-  }
+  forget_contents(pkg, data);
+  pkg->content_bytes += data != pkg->name_data ? padded_size(size) : 0;
   set_section_bytes(data, buffer, size);
   if (elf_flagdata(data, ELF_C_SET, ELF_F_DIRTY) == 0) {
     report(pkg->show_errors, "Failed to mark section '%s' data as dirty.\n", name);
@@ -239,8 +281,9 @@ unsigned vex_pkg_update_section(vex_pkg_file* pkg, const char* name, const void*
 
 unsigned vex_pkg_update_section_from_file(vex_pkg_file* pkg, const char* name, const char* path) {
   std::size_t size = 0;
-  if (!check_can_update(pkg, name) ||
-      apply_file(pkg, name, path, vex_pkg_update_section, &size) == 0) {
+  const Elf_Data* data = find_data_to_update(pkg, name);
+  if (data == nullptr ||
+      apply_file(pkg, name, path, data->d_size, vex_pkg_update_section, &size) == 0) {
     return 0;
   }
   if (pkg->show_info) {

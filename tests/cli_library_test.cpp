@@ -9,8 +9,7 @@ class Library : public InTempDir {
 protected:
   Library() {
     for (const std::string name : {"a", "b"}) {
-      EXPECT_EQ(
-          0, bfcl_library({"-c", write_component(name, "f" + name), "-o", name + ".bfco"}).status);
+      EXPECT_EQ(0, bfcl_library({"-c", write_component(name, "f" + name), "-o", name + ".bfco"}).status);
     }
     write_file("fake.bfclib", "no package\n");
   }
@@ -30,19 +29,17 @@ protected:
 } // namespace
 
 TEST_F(Library, CreateAndList) {
-  const Outcome created = bfcl_library(
-      {"create", "b.bfco", "-vendor", "acme", "-v", "-name", "lib", "-version", "1.0", "a.bfco"});
+  const Outcome created =
+      bfcl_library({"create", "b.bfco", "-vendor", "acme", "-v", "-name", "lib", "-version", "1.0", "a.bfco"});
   EXPECT_EQ(0, created.status);
   EXPECT_EQ("library create called with 2 component files\n"
             "File a.bfco, function fa, section .vex.comp.fa\n"
             "File b.bfco, function fb, section .vex.comp.fb\n",
             created.out);
   EXPECT_EQ("", created.err);
-  EXPECT_EQ(".vex.comp.fa\n.vex.comp.fb\n.vex.comp_table\n.vex.info\n.vex.version\n",
-            section_names_of("lib.bfclib"));
+  EXPECT_EQ(".vex.comp.fa\n.vex.comp.fb\n.vex.comp_table\n.vex.info\n.vex.version\n", section_names_of("lib.bfclib"));
   EXPECT_EQ(read_file("a.bfco"), section_of("lib.bfclib", ".vex.comp.fa"));
-  EXPECT_EQ("fa HDL .vex.comp.fa\nfb HDL .vex.comp.fb\n<END_OF_TABLE>",
-            section_of("lib.bfclib", ".vex.comp_table"));
+  EXPECT_EQ("fa HDL .vex.comp.fa\nfb HDL .vex.comp.fb\n<END_OF_TABLE>", section_of("lib.bfclib", ".vex.comp_table"));
   EXPECT_EQ("1.0 lib acme", section_of("lib.bfclib", ".vex.info"));
   EXPECT_EQ("18.1.0.222", section_of("lib.bfclib", ".vex.version"));
 
@@ -61,8 +58,7 @@ TEST_F(Library, FunctionsOfOnePackageShareASection) {
   ASSERT_EQ(0, bfcl_library({"-c", spec, "-o", "a.bfco"}).status);
   write_file("y", std::string(20000, 'x')); // a longer file is written over
   ASSERT_EQ(0, bfcl_library({"create", "-name", "n", "-o", "y", "a.bfco"}).status);
-  EXPECT_EQ("fa HDL .vex.comp.fa\nf HDL .vex.comp.fa\n<END_OF_TABLE>",
-            section_of("y", ".vex.comp_table"));
+  EXPECT_EQ("fa HDL .vex.comp.fa\nf HDL .vex.comp.fa\n<END_OF_TABLE>", section_of("y", ".vex.comp_table"));
   EXPECT_EQ("no_version n no_vendor", section_of("y", ".vex.info"));
   EXPECT_FALSE(std::filesystem::exists("n.bfclib"));
   ASSERT_EQ(0, bfcl_library({"create", "-o", "z", "a.bfco"}).status);
@@ -84,18 +80,14 @@ TEST_F(Library, RefusedInputs) {
   expect_failure({"create", "-o", "out", "absent", "absent", "b", "b"},
                  "Error: supplied source filename absent appears more than once!\n"
                  "Error: supplied source filename b appears more than once!\n");
-  expect_failure({"create", "-o", "out", "a.bfco", "z"},
-                 "Error: Cannot open component package file z!\n",
+  expect_failure({"create", "-o", "out", "a.bfco", "z"}, "Error: Cannot open component package file z!\n",
                  "Couldn't open z: No such file or directory\n");
-  expect_failure({"create", "-o", "out", "a.bfco", "fake.bfclib"}, cannot_include("fake.bfclib"),
-                 no_table);
+  expect_failure({"create", "-o", "out", "a.bfco", "fake.bfclib"}, cannot_include("fake.bfclib"), no_table);
   expect_failure({"create", "-o", "out", "lib"}, cannot_include("lib"));
   expect_failure({"create", "-o", "out", "no_kind"},
                  "Error: Couldn't read section .comp_header from component package no_kind!\n");
-  expect_failure({"create", "-o", "out", "nothing"},
-                 "Error: Library already has function named !\n");
-  expect_failure({"create", "-o", "out", "b.bfco", "c.bfco"},
-                 "Error: Library already has function named fb!\n");
+  expect_failure({"create", "-o", "out", "nothing"}, "Error: Library already has function named !\n");
+  expect_failure({"create", "-o", "out", "b.bfco", "c.bfco"}, "Error: Library already has function named fb!\n");
   expect_failure({"create", "-o", "no/out", "a.bfco"}, "Error: Cannot create library file no/out\n",
                  "Couldn't open no/out: No such file or directory\n");
   expect_failure({"create", "-o", "./a.bfco", "b.bfco", "a.bfco"},
@@ -127,8 +119,7 @@ TEST_F(Library, FailedPackagingLeavesWhatCreateRefuses) {
 TEST_F(Library, ListRefusesWhatIsNoLibrary) {
   ASSERT_EQ(0, bfcl_library({"create", "-o", "lib", "a.bfco"}).status);
   const std::string lib = read_file("lib");
-  const std::string info =
-      "Library version: no_version\nLibrary name:    no_lib_name\nLibrary vendor:  no_vendor\n";
+  const std::string info = "Library version: no_version\nLibrary name:    no_lib_name\nLibrary vendor:  no_vendor\n";
   write_file("bad_info", replaced(lib, "no_version no", "no_version_no"));
   write_file("bad_info", replaced(read_file("bad_info"), "name no_v", "name_no_v"));
   write_file("bad_table", replaced(lib, "fa HDL .vex", "fa_HDL_.vex"));
@@ -136,12 +127,10 @@ TEST_F(Library, ListRefusesWhatIsNoLibrary) {
   expect_failure({"list", "absent"}, "Error: Cannot open library file absent\n",
                  "Couldn't open absent: No such file or directory\n");
   expect_failure({"list", "a.bfco"}, "Error: Library file a.bfco" + info_error);
-  expect_failure({"list", "fake.bfclib"}, "Error: Library file fake.bfclib" + info_error,
-                 "No string table section\n");
+  expect_failure({"list", "fake.bfclib"}, "Error: Library file fake.bfclib" + info_error, "No string table section\n");
   expect_failure({"list", "bad_info"}, "Error: Library file bad_info" + info_error);
-  expect_failure({"list", "bad_table"},
-                 info + "Error: Library file bad_table does not have well-formed section "
-                        ".vex.comp_table. It's either empty or corrupt.\n");
+  expect_failure({"list", "bad_table"}, info + "Error: Library file bad_table does not have well-formed section "
+                                               ".vex.comp_table. It's either empty or corrupt.\n");
 }
 
 TEST_F(Library, CModelsAreExtractedOnce) {
@@ -179,18 +168,15 @@ TEST_F(Library, CModelExtractionFailures) {
   write_file("bad_section", replaced(lib, "HDL .vex.comp.fa", "HDL .vex.comp.fx"));
   write_file("no_elf", all_damaged.replace(place, 4, "none"));
   write_file("no_table", replaced(lib, "fa HDL .vex", "fa_HDL_.vex"));
-  write_file("only_opencl",
-             replaced(replaced(lib, "HDL .vex", "HDL <vex"), "HDL .vex", "HDL <vex"));
+  write_file("only_opencl", replaced(replaced(lib, "HDL .vex", "HDL <vex"), "HDL .vex", "HDL <vex"));
   expect_failure({"extract_c_models", "lib", "dest"},
                  "dest/lib_.vex.comp.fa_fa.cl\n"
                  "Cannot write section .c_model.fa.cl to file dest/lib_.vex.comp.fa_fa.cl!\n",
                  "Couldn't open file for writing: No such file or directory\n");
   std::filesystem::remove(".emu_models");
-  expect_failure(
-      {"extract_c_models", "bad_section", "."},
-      "Error: Library file bad_section doesn't have component header section .vex.comp.fx!\n");
-  expect_failure({"extract_c_models", "no_elf", "."}, unreadable("no_elf"),
-                 "No string table section\n");
+  expect_failure({"extract_c_models", "bad_section", "."},
+                 "Error: Library file bad_section doesn't have component header section .vex.comp.fx!\n");
+  expect_failure({"extract_c_models", "no_elf", "."}, unreadable("no_elf"), "No string table section\n");
   expect_failure({"extract_c_models", "no_table", "."},
                  "Error: Library file no_table does not have well-formed section .vex.comp_table. "
                  "It's either empty or corrupt.\n");

@@ -32,10 +32,8 @@ protected:
     std::filesystem::permissions("tools/" + name, std::filesystem::perms::owner_all);
   }
 
-  static void write_package(const std::string& path,
-                            const std::vector<std::pair<std::string, std::string>>& sections) {
-    vex_pkg_file* pkg =
-        vex_pkg_open_file(path.c_str(), VEX_PKG_READ_WRITE | VEX_PKG_CREATE | 0x100);
+  static void write_package(const std::string& path, const std::vector<std::pair<std::string, std::string>>& sections) {
+    vex_pkg_file* pkg = vex_pkg_open_file(path.c_str(), VEX_PKG_READ_WRITE | VEX_PKG_CREATE | 0x100);
     for (const auto& [name, text] : sections) {
       EXPECT_EQ(1U, vex_pkg_add_data_section(pkg, name.c_str(), text.data(), text.size()));
     }
@@ -85,8 +83,7 @@ TEST_F(OpenCl, LinksEachTargetAndFindsFunctions) {
                 "   define i32 @alpha(i32)\n",
             created.out);
   EXPECT_EQ("", created.err);
-  EXPECT_EQ(spir + "\n" + linux + "\n.vex.comp_table\n.vex.info\n.vex.version\n",
-            section_names_of("lib.bfclib"));
+  EXPECT_EQ(spir + "\n" + linux + "\n.vex.comp_table\n.vex.info\n.vex.version\n", section_names_of("lib.bfclib"));
   EXPECT_EQ("sa\n", section_of("lib.bfclib", SPIR));
   EXPECT_EQ("alpha LLVM_IR <clang_ir>\nzeta LLVM_IR <clang_ir>\n<END_OF_TABLE>",
             section_of("lib.bfclib", ".vex.comp_table"));
@@ -106,18 +103,15 @@ TEST_F(OpenCl, MixedTablesTakeTheLastNames) {
   const Outcome created = library({"create", "-o", "lib", "ocl", "hdl"});
   EXPECT_EQ(0, created.status);
   EXPECT_EQ("", created.out);
-  EXPECT_EQ("mid HDL .vex.comp.mid\nmid LLVM_IR <clang_ir>\n<END_OF_TABLE>",
-            section_of("lib", ".vex.comp_table"));
-  EXPECT_EQ(".vex.comp.mid\n" + std::string(LINUX) + "\n" + WINDOWS +
-                "\n.vex.comp_table\n.vex.info\n.vex.version\n",
+  EXPECT_EQ("mid HDL .vex.comp.mid\nmid LLVM_IR <clang_ir>\n<END_OF_TABLE>", section_of("lib", ".vex.comp_table"));
+  EXPECT_EQ(".vex.comp.mid\n" + std::string(LINUX) + "\n" + WINDOWS + "\n.vex.comp_table\n.vex.info\n.vex.version\n",
             section_names_of("lib"));
 }
 
 TEST_F(OpenCl, Failures) {
   ASSERT_EQ(0, library({"-c", write_component("comp", "f"), "-o", "hdl"}).status);
   const std::string cannot_add =
-      std::string("Error: Cannot add linked OpenCL section package file lib") + LINUX +
-      ".bc to the library!\n";
+      std::string("Error: Cannot add linked OpenCL section package file lib") + LINUX + ".bc to the library!\n";
   const struct {
     const char* name;
     std::string linux_ir;
@@ -125,8 +119,7 @@ TEST_F(OpenCl, Failures) {
     std::string out;
     std::string err;
   } cases[] = {
-      {"kernels", "define spir_kernel void @k2()\ndefine void @h()\ndefine spir_kernel void @k1()",
-       LINKER,
+      {"kernels", "define spir_kernel void @k2()\ndefine void @h()\ndefine spir_kernel void @k1()", LINKER,
        "Error: The following functions are OpenCL kernels:\n   k2\n   k1\n"
        "Adding OpenCL kernels to the library would cause these kernels to be instantiated in every "
        "user design that links to this library, with no control from the user!\n",
@@ -151,11 +144,9 @@ TEST_F(OpenCl, Failures) {
     EXPECT_EQ("comp hdl ocl tools", files());
   }
   write_tool("bfcl-link", "#!/bin/sh\nexit 3\n");
-  EXPECT_NE(std::string::npos,
-            library({"create", "-v", "-o", "lib", "ocl"}).out.find("Return code is 768\n"));
+  EXPECT_NE(std::string::npos, library({"create", "-v", "-o", "lib", "ocl"}).out.find("Return code is 768\n"));
   std::filesystem::remove("tools/bfcl-link");
-  EXPECT_NE(std::string::npos,
-            library({"create", "-v", "-o", "lib", "ocl"}).out.find("Return code is 32512\n"));
+  EXPECT_NE(std::string::npos, library({"create", "-v", "-o", "lib", "ocl"}).out.find("Return code is 32512\n"));
 }
 
 TEST_F(OpenCl, AMissingOptimiserFindsNothing) {
@@ -171,23 +162,18 @@ TEST_F(OpenCl, UnwritableBitcodeFile) {
   std::filesystem::create_directory(file);
   const Outcome result = library({"create", "-o", "lib", "ocl"});
   EXPECT_EQ(1, result.status);
-  EXPECT_EQ(std::string("Error: Couldn't write section ") + LINUX + " into a new file " + file +
-                "!\n",
-            result.out);
+  EXPECT_EQ(std::string("Error: Couldn't write section ") + LINUX + " into a new file " + file + "!\n", result.out);
   EXPECT_TRUE(std::filesystem::is_directory(file));
 }
 
 // Names reach the tools as they are, whatever the shell would make of them.
 TEST_F(OpenCl, HostileFileNames) {
-  const std::vector<std::string> names = {
-      "-o", "-x",  "a b", "$HOME", "`touch ran`", "$(touch ran)", "a\"b", "a;touch ran", "a\nb",
-      "\\", "a\\", "*",   "!",     "'",           "a&b",          "#",    "\xff\xfe"};
+  const std::vector<std::string> names = {"-o",   "-x",          "a b",  "$HOME", "`touch ran`", "$(touch ran)",
+                                          "a\"b", "a;touch ran", "a\nb", "\\",    "a\\",         "*",
+                                          "!",    "'",           "a&b",  "#",     "\xff\xfe"};
   std::vector<std::string> words = {"create", "-o", "lib \"$HOME\"`x`"};
   for (const std::string& name : names) {
-    write_package(
-        name,
-        {{LINUX,
-          std::string("define void @f").append(std::to_string(words.size())).append("()\n")}});
+    write_package(name, {{LINUX, std::string("define void @f").append(std::to_string(words.size())).append("()\n")}});
     words.push_back(name == "-o" ? "./-o" : name);
   }
   EXPECT_EQ(0, library(words).status);
@@ -209,8 +195,7 @@ TEST_F(OpenCl, ClangIrIsExtracted) {
   ASSERT_EQ(0, library({"create", "-o", "x.lib", "ocl"}).status);
   const std::string file = "out/x.lib.x86_64-unknown-linux-ostrahw.bc";
   write_file(file, "longer than what is written over it");
-  const Outcome extracted =
-      library({"extract_clang_ir", "./x.lib", "x86_64-unknown-linux-ostrahw", "out"});
+  const Outcome extracted = library({"extract_clang_ir", "./x.lib", "x86_64-unknown-linux-ostrahw", "out"});
   EXPECT_EQ(0, extracted.status);
   EXPECT_EQ(file + "\n", extracted.out);
   EXPECT_EQ("define void @f()\n", read_file(file));
@@ -225,9 +210,7 @@ TEST_F(OpenCl, ClangIrIsExtracted) {
     int status;
     std::string out;
   } cases[] = {
-      {{"x.lib", "spir64", "out"},
-       1,
-       invalid + "Section .vex.clang_ir.spir64 does not exist in file x.lib!\n"},
+      {{"x.lib", "spir64", "out"}, 1, invalid + "Section .vex.clang_ir.spir64 does not exist in file x.lib!\n"},
       {{"odd", "spir64", "out"}, 0, invalid + "out/odd.spir64.bc\n"},
       {{"x.lib", "x86_64-pc-windows-ostrahw", "out"},
        1,

@@ -6,8 +6,7 @@ namespace {
 
 using Cli = InTempDir;
 
-const std::string PACKAGE_USAGE =
-    "Usage: bfcl library hdl-comp-pkg <spec.xml> -o <output_file>.bfco\n";
+const std::string PACKAGE_USAGE = "Usage: bfcl library hdl-comp-pkg <spec.xml> -o <output_file>.bfco\n";
 
 constexpr const char* GENERAL_HELP =
     R"(
@@ -46,11 +45,9 @@ void expect_failure(const Outcome& result, const std::string& out, const std::st
 
 TEST_F(Cli, HelpAndUsage) {
   const std::string help = GENERAL_HELP;
-  const std::string create =
-      "Usage: bfcl library create [-name <library_name>] [-vendor <library_vendor>] [-version "
-      "<library_version>] [-o <output_file>] [bfco...] [bfclib...]\n";
-  const std::string no_inputs =
-      "Error: No component package files are given! Not making an empty library.\n";
+  const std::string create = "Usage: bfcl library create [-name <library_name>] [-vendor <library_vendor>] [-version "
+                             "<library_version>] [-o <output_file>] [bfco...] [bfclib...]\n";
+  const std::string no_inputs = "Error: No component package files are given! Not making an empty library.\n";
   const std::string list = "Usage: bfcl library list <library_name>\n";
   const struct {
     std::vector<std::string> words;
@@ -67,9 +64,7 @@ TEST_F(Cli, HelpAndUsage) {
       {{"-c", "spec.xml", "-o", "x", "y"}, 1, PACKAGE_USAGE},
       {{"-v", "list"}, 1, list},
       {{"list", "a", "b"}, 1, list},
-      {{"extract_c_models", "a"},
-       1,
-       "Usage: bfcl library extract_c_models <library_name> <dest_subfolder>\n"},
+      {{"extract_c_models", "a"}, 1, "Usage: bfcl library extract_c_models <library_name> <dest_subfolder>\n"},
       {{"extract_clang_ir", "a", "b"},
        1,
        "Usage: bfcl library extract_clang_ir <library_name> <ir_type> <dest_subfolder>\n"},
@@ -77,8 +72,7 @@ TEST_F(Cli, HelpAndUsage) {
       {{"create", "x", "-o"}, 1, "Error: argument -o is given without value!\n" + create},
       {{"create", "x"},
        1,
-       "Error: Neither -o nor -name arguments are specified. Don't know how to name the output!\n" +
-           create},
+       "Error: Neither -o nor -name arguments are specified. Don't know how to name the output!\n" + create},
   };
   for (const auto& c : cases) {
     const Outcome result = bfcl_library(c.words);
@@ -162,8 +156,7 @@ TEST_F(Cli, SpecificationsThatDoNotLoad) {
 
 TEST_F(Cli, WarningsDoNotStop) {
   const std::string spec = write_component("comp", "f");
-  write_file(spec, replaced(read_file(spec), "</ATTRIBUTES>",
-                            "<HAS_SIDE_EFFECTS value='yes'/></ATTRIBUTES>"));
+  write_file(spec, replaced(read_file(spec), "</ATTRIBUTES>", "<HAS_SIDE_EFFECTS value='yes'/></ATTRIBUTES>"));
   const Outcome result = bfcl_library({"-c", spec, "-o", "out"});
   EXPECT_EQ(0, result.status);
   EXPECT_EQ("Warning in 'comp/spec.xml':\nFunction is marked as both IS_STALL_FREE and "
@@ -183,18 +176,16 @@ TEST_F(Cli, FilesThatCannotBeAdded) {
   std::filesystem::create_directory("comp/d.v");
   // All names are found in the first files, so that the others are not looked at before.
   write_file("comp/z.v", "module top(a);");
-  expect_failure(
-      bfcl_library({"-c", spec, "-o", "out"}),
-      "Error: File comp/d.v, specified in XML spec file, does not exist or is not a file!\n"
-      "Error: File comp/n.txt, specified in XML spec file, has an unsupported file extension!\n"
-      "Error: File comp/noext, specified in XML spec file, has an unsupported file extension!\n");
+  expect_failure(bfcl_library({"-c", spec, "-o", "out"}),
+                 "Error: File comp/d.v, specified in XML spec file, does not exist or is not a file!\n"
+                 "Error: File comp/n.txt, specified in XML spec file, has an unsupported file extension!\n"
+                 "Error: File comp/noext, specified in XML spec file, has an unsupported file extension!\n");
   EXPECT_EQ(".dir_container\n.source.top.v\n.source.z.v\n", section_names_of("out"));
 }
 
 TEST_F(Cli, OutputsThatCannotBeMade) {
   const std::string spec = write_component("comp", "f");
-  expect_failure(bfcl_library({"-c", spec, "-o", "no/out"}),
-                 "Error: Cannot create a new file no/out\n",
+  expect_failure(bfcl_library({"-c", spec, "-o", "no/out"}), "Error: Cannot create a new file no/out\n",
                  "Couldn't open no/out: No such file or directory\n");
   const Outcome empty = bfcl_library({"-c", spec, "-o", ""});
   EXPECT_EQ(128 + SIGABRT, empty.status);
@@ -216,12 +207,11 @@ TEST_F(Cli, MoreLevelsUpThanThereAre) {
     up += "../";
   }
   const std::string spec = write_component("comp", "f");
-  write_file(spec, replaced(read_file(spec), "'f.cl'",
-                            "'" + up + std::filesystem::current_path().string() + "/comp/f.cl'"));
+  write_file(spec,
+             replaced(read_file(spec), "'f.cl'", "'" + up + std::filesystem::current_path().string() + "/comp/f.cl'"));
   write_file("out", "old");
   expect_failure(bfcl_library({"-c", spec, "-o", "out"}),
-                 "Error: Cannot go 40 levels higher from " +
-                     (std::filesystem::current_path() / "comp").string() +
+                 "Error: Cannot go 40 levels higher from " + (std::filesystem::current_path() / "comp").string() +
                      ".\nNumber of levels is based on number of \"..\" in filenames inside XML "
                      "file.\n");
   EXPECT_EQ("old", read_file("out")); // created, but never written
@@ -229,8 +219,7 @@ TEST_F(Cli, MoreLevelsUpThanThereAre) {
 
 TEST_F(Cli, PrintedTextSurvivesAnAbort) {
   const std::string spec = write_component("comp", "f");
-  write_file(spec, replaced(read_file(spec), "</ATTRIBUTES>",
-                            "<HAS_SIDE_EFFECTS value='yes'/></ATTRIBUTES>"));
+  write_file(spec, replaced(read_file(spec), "</ATTRIBUTES>", "<HAS_SIDE_EFFECTS value='yes'/></ATTRIBUTES>"));
   EXPECT_EQ(0U, bfcl_library({"-c", spec, "-o", ""}).out.find("Warning in 'comp/spec.xml':\n"));
 }
 

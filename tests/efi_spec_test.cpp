@@ -61,13 +61,11 @@ std::string error(const std::string& msg) {
 }
 
 std::string missing(int line, const char* attr, const char* elem, const char* msg) {
-  return at(line, std::string("Expected attribute '") + attr + "' on element '" + elem + "'.") +
-         at(line, msg);
+  return at(line, std::string("Expected attribute '") + attr + "' on element '" + elem + "'.") + at(line, msg);
 }
 
 std::string wrong_type(int line, const char* attr, const char* elem) {
-  return at(line,
-            std::string("Incorrect type for attribute '") + attr + "' on element '" + elem + "'.");
+  return at(line, std::string("Incorrect type for attribute '") + attr + "' on element '" + elem + "'.");
 }
 
 std::string joined(const std::vector<std::string>& texts) {
@@ -121,8 +119,7 @@ TEST(Spec, DocumentStructure) {
        at(2, "Unexpected attribute 'b'.") + at(3, "Unexpected attribute 'c'.")},
       {"name=\"f\" ", "", missing(2, "name", "FUNCTION", "Unsupported function_name string.")},
       {" module=\"m\"", "", missing(2, "module", "FUNCTION", "Unsupported module_name string.")},
-      {"</RTL_SPEC>", "<FUNCTION name='f' module='n'/></RTL_SPEC>",
-       at(27, "Function_name string must be unique.")},
+      {"</RTL_SPEC>", "<FUNCTION name='f' module='n'/></RTL_SPEC>", at(27, "Function_name string must be unique.")},
       {"<ATTRIBUTES>", "<FUNCTION name='g' module='m'/><ATTRIBUTES>", unexpected(3, "FUNCTION")},
       {"<ATTRIBUTES>", "<Attributes/><ATTRIBUTES>", unexpected(3, "Attributes")},
       {"<ATTRIBUTES>", "<ATTRIBUTES a='1'>", at(3, "Unexpected attribute 'a'.")},
@@ -153,13 +150,10 @@ TEST(Spec, InterfaceElements) {
       {"port=\"resetn\"", "port=\"rst\"", at(13, "expected \"resetn\" as port name.")},
       {"type=\"ivalid\"", "type=\"start\"", at(14, "Unsupported veyra signal.")},
       // The value stands for an attribute's name: here there is one, on another line.
-      {"port=\"iv\" type=\"ivalid\"", "type=\"port\"\nport=\"iv\"",
-       at(15, "Unsupported veyra signal.")},
+      {"port=\"iv\" type=\"ivalid\"", "type=\"port\"\nport=\"iv\"", at(15, "Unsupported veyra signal.")},
       {"width=\"32\"", "", missing(18, "width", "INPUT", "Unsupported width string.")},
-      {"width=\"32\"", "width=\"32 \"",
-       wrong_type(18, "width", "INPUT") + at(18, "Unsupported width string.")},
-      {"width=\"32\"", "width=\"0x20\"",
-       wrong_type(18, "width", "INPUT") + at(18, "Unsupported width string.")},
+      {"width=\"32\"", "width=\"32 \"", wrong_type(18, "width", "INPUT") + at(18, "Unsupported width string.")},
+      {"width=\"32\"", "width=\"0x20\"", wrong_type(18, "width", "INPUT") + at(18, "Unsupported width string.")},
       {"width=\"32\"", "width=\"12\"", at(18, "Input port width must be a multiple of 8.")},
       {"width=\"32\"", "width=\"0\"", ""},
       {"port=\"a\"", "port=\"iv\"", at(18, "Multiple uses of port.")},
@@ -175,16 +169,13 @@ TEST(Spec, InterfaceElements) {
        at(19, "Unsupported access string. Must be either 'readonly' or 'readwrite'.")},
       {"access=\"readonly\"", "access=\"scalar\"",
        at(19, "Unsupported access string. Must be either 'readonly' or 'readwrite'.")},
-      {" access=\"readonly\"", "",
-       missing(19, "access", "MEM_INPUT", "Unsupported access string.")},
-      {" burstwidth=\"5\"", "",
-       missing(21, "burstwidth", "VEYRA_MEM", "Unsupported width string.")},
+      {" access=\"readonly\"", "", missing(19, "access", "MEM_INPUT", "Unsupported access string.")},
+      {" burstwidth=\"5\"", "", missing(21, "burstwidth", "VEYRA_MEM", "Unsupported width string.")},
       {"burstwidth=\"5\"", "burstwidth=\"-5\"",
        wrong_type(21, "burstwidth", "VEYRA_MEM") + at(21, "Unsupported width string.")},
       {"optype=\"read\"", "optype=\"rw\"", at(21, "Unsupported optype string.")},
       {" optype=\"read\"", "", missing(21, "optype", "VEYRA_MEM", "Unsupported optype string.")},
-      {" buffer_location=\"\"", "",
-       missing(21, "buffer_location", "VEYRA_MEM", "Unsupported buffer_location string.")},
+      {" buffer_location=\"\"", "", missing(21, "buffer_location", "VEYRA_MEM", "Unsupported buffer_location string.")},
       {"</INTERFACE>",
        "<VEYRA_MEM port='mem' width='1' burstwidth='1' optype='read' buffer_location=''/>"
        "</INTERFACE>",
@@ -199,10 +190,8 @@ TEST(Spec, InterfaceElements) {
 TEST(Spec, AttributesResourcesAndFiles) {
   check_edits({
       {"FREE value=\"no\"", "FREE value=\"YES\"", ""},
-      {"FREE value=\"no\"", "FREE value=\"true\"",
-       at(4, "IS_STALL_FREE value must be set to \"yes\" or \"no\".")},
-      {"FREE value=\"no\"", "FREE",
-       missing(4, "value", "IS_STALL_FREE", "Unsupported value string.")},
+      {"FREE value=\"no\"", "FREE value=\"true\"", at(4, "IS_STALL_FREE value must be set to \"yes\" or \"no\".")},
+      {"FREE value=\"no\"", "FREE", missing(4, "value", "IS_STALL_FREE", "Unsupported value string.")},
       {"value=\"3\"", "", missing(6, "value", "EXPECTED_LATENCY", "Unsupported value string.")},
       {"value=\"3\"", "value=\"3.5\"", wrong_type(6, "value", "EXPECTED_LATENCY")},
       {"value=\"3\"", "value=\"\"", wrong_type(6, "value", "EXPECTED_LATENCY")},
@@ -213,11 +202,9 @@ TEST(Spec, AttributesResourcesAndFiles) {
       {"value=\"3.5\"", "", missing(23, "value", "DSPS", "Unsupported value string.")},
       {"value=\"3.5\"", "value=\"1e3\"", ""},
       {"FILE name=\"top.v\"", "FILE", missing(24, "name", "FILE", "Unsupported name string.")},
-      {"<REQUIREMENTS>", "<RESOURCES/><REQUIREMENTS>",
-       at(24, "Expected element <RESOURCES> to appear exactly once.")},
+      {"<REQUIREMENTS>", "<RESOURCES/><REQUIREMENTS>", at(24, "Expected element <RESOURCES> to appear exactly once.")},
       {"<ALUTS", "<FILE name='x'/><ALUTS", at(23, "Unexpected element 'FILE'.")},
-      {"<ALUTS", "<FILE x='1'/><ALUTS",
-       at(23, "Unexpected element 'FILE'.") + at(23, "Unexpected attribute 'x'.")},
+      {"<ALUTS", "<FILE x='1'/><ALUTS", at(23, "Unexpected element 'FILE'.") + at(23, "Unexpected attribute 'x'.")},
       // The content of a FILE is not looked at.
       {"<FILE name=\"top.v\"/>", "<FILE name=\"top.v\"><X/></FILE>", ""},
   });
@@ -285,16 +272,14 @@ TEST(Spec, InterfaceChecks) {
   check_edits({
       {"<VEYRA port=\"ov\" type=\"ovalid\"/>\n      <VEYRA port=\"or\" type=\"oready\"/>", "",
        at(2, "Component is missing Veyra signal 'oready" + signal_end)},
-      {"<VEYRA port=\"clock\" type=\"clock\"/>", "",
-       at(2, "Component is missing Veyra signal 'clock" + signal_end)},
+      {"<VEYRA port=\"clock\" type=\"clock\"/>", "", at(2, "Component is missing Veyra signal 'clock" + signal_end)},
       {"<INPUT port=\"a\" width=\"32\"/>\n      <MEM_INPUT port=\"p\" access=\"readonly\"/>", "",
        at(2, "Missing Input Signals (<INPUT>) in HDL component specification." + help)},
       {"<FILE name=\"top.v\"/>", "",
        error("Missing HDL component source file requirement (<REQUIREMENTS>) in HDL component "
              "specification." +
              help)},
-      {"<FILE name=\"m.cl\"/>", "",
-       error("Missing OpenCL C model (<C_MODEL>) in HDL component specification.")},
+      {"<FILE name=\"m.cl\"/>", "", error("Missing OpenCL C model (<C_MODEL>) in HDL component specification.")},
       {"<MEM_INPUT port=\"p\" access=\"readonly\"/>", "",
        error("Expecting at least one <MEM_INPUT> in HDL component specification." + help)},
       {"optype=\"read\"", "optype=\"write\"",
@@ -302,8 +287,7 @@ TEST(Spec, InterfaceChecks) {
              "specification." +
              help)},
       {"access=\"readonly\"", "access=\"readwrite\"",
-       error("Expecting <VEYRA_MEM> with \"write\" attribute in HDL component specification." +
-             help)},
+       error("Expecting <VEYRA_MEM> with \"write\" attribute in HDL component specification." + help)},
       {"<OUTPUT port=\"q\" width=\"16\"/>", "", ""},
   });
 }
@@ -328,8 +312,7 @@ TEST(Spec, ModelHoldsWhatTheDocumentSays) {
   EXPECT_TRUE(elem.m_has_side_effects.set && !elem.m_has_side_effects.value);
   EXPECT_FALSE(elem.m_allow_merging.set);
   EXPECT_EQ(std::vector<std::string>{"P"}, elem.m_parameter_names);
-  EXPECT_EQ((std::vector{vex::efi::MEM_INPUT_SCALAR, vex::efi::MEM_INPUT_READONLY}),
-            elem.m_input_access_types);
+  EXPECT_EQ((std::vector{vex::efi::MEM_INPUT_SCALAR, vex::efi::MEM_INPUT_READONLY}), elem.m_input_access_types);
   EXPECT_EQ(std::vector<unsigned>{5}, elem.m_mem_port_burst_widths);
   EXPECT_EQ(0, spec->find_efi_elem_for_function_name("f"));
   EXPECT_EQ(-1, spec->find_efi_elem_for_function_name("F"));
@@ -412,8 +395,7 @@ TEST_F(Files, ComponentChecks) {
     }
     EFISpecXmlLoader loader(false, true);
     const std::unique_ptr<EFISpec> spec(loader.load_file("lib/spec.xml"));
-    EXPECT_EQ(c.error.empty() ? "" : "Error in 'lib/spec.xml':\n" + c.error + "\n",
-              joined(loader.get_errors()));
+    EXPECT_EQ(c.error.empty() ? "" : "Error in 'lib/spec.xml':\n" + c.error + "\n", joined(loader.get_errors()));
     EXPECT_EQ(c.error.empty(), spec != nullptr);
   }
 }

@@ -16,8 +16,7 @@ using FrontEndDeathTest = InTempDir;
 
 // A text as a stream of its own.
 struct TextStream {
-  explicit TextStream(std::string text)
-      : m_text(std::move(text)), file(fmemopen(m_text.data(), m_text.size(), "r")) {}
+  explicit TextStream(std::string text) : m_text(std::move(text)), file(fmemopen(m_text.data(), m_text.size(), "r")) {}
   ~TextStream() { std::fclose(file); }
   TextStream(const TextStream&) = delete;
   TextStream& operator=(const TextStream&) = delete;
@@ -83,8 +82,7 @@ TEST_F(FrontEnd, DirectoryDepths) {
       {{".../x", "..x/y"}, 0},
   };
   for (const auto& c : cases) {
-    EXPECT_EQ(c.depth, find_max_directory_depth(c.names))
-        << (c.names.empty() ? "" : c.names.front());
+    EXPECT_EQ(c.depth, find_max_directory_depth(c.names)) << (c.names.empty() ? "" : c.names.front());
   }
 }
 
@@ -143,10 +141,8 @@ TEST_F(FrontEnd, NamedArguments) {
     std::vector<std::string> values;
     std::vector<std::string> positional;
     int result = -1;
-    const Printed printed = capture([&] {
-      result =
-          fill_named_args(static_cast<int>(argv.size()), argv.data(), 2, names, values, positional);
-    });
+    const Printed printed = capture(
+        [&] { result = fill_named_args(static_cast<int>(argv.size()), argv.data(), 2, names, values, positional); });
     EXPECT_EQ(c.result, result);
     EXPECT_EQ(c.values, values);
     EXPECT_EQ(c.positional, positional);

@@ -54,8 +54,7 @@ std::string read_section(vex_pkg_file* pkg, const char* name) {
     return "(none)";
   }
   std::string text(size + 1, '?');
-  return vex_pkg_read_section(pkg, name, text.data(), text.size()) != 0 ? text.substr(0, size)
-                                                                        : "(unreadable)";
+  return vex_pkg_read_section(pkg, name, text.data(), text.size()) != 0 ? text.substr(0, size) : "(unreadable)";
 }
 
 } // namespace
@@ -67,10 +66,8 @@ TEST_F(Pkg, OpenModes) {
     unsigned mode;
     const char* message;
   } cases[] = {
-      {"file", 0x100,
-       "Binary package open mode 0x100 must include either read-only or read-write\n"},
-      {"file", 0x107,
-       "Binary package open mode 0x107 cannot include both read-only and read-write\n"},
+      {"file", 0x100, "Binary package open mode 0x100 must include either read-only or read-write\n"},
+      {"file", 0x107, "Binary package open mode 0x107 cannot include both read-only and read-write\n"},
       {"file", 0x105, "Binary package creation flag can only be used with read-write mode.\n"},
       {nullptr, 0x101, "No filename specified\n"},
       {"absent", 0x101, "Couldn't open absent: No such file or directory\n"},
@@ -80,8 +77,7 @@ TEST_F(Pkg, OpenModes) {
       {"file", 0x102, "No string table section\n"},
   };
   for (const auto& c : cases) {
-    const Printed printed =
-        capture([&c] { EXPECT_EQ(nullptr, vex_pkg_open_file(c.name, c.mode)); });
+    const Printed printed = capture([&c] { EXPECT_EQ(nullptr, vex_pkg_open_file(c.name, c.mode)); });
     EXPECT_EQ(c.message, printed.err);
     EXPECT_EQ("", printed.out);
   }
@@ -171,46 +167,33 @@ TEST_F(Pkg, RefusedOperationsSayWhy) {
     std::function<unsigned()> operation;
     std::string message;
   } cases[] = {
-      {[&] { return vex_pkg_add_data_section(r, "n", "x", 1); },
-       "Cannot add section to read-only binary\n"},
+      {[&] { return vex_pkg_add_data_section(r, "n", "x", 1); }, "Cannot add section to read-only binary\n"},
       {[&] { return vex_pkg_add_data_section_from_file(r, "n", "source"); },
        "Cannot add section to read-only binary\n"},
-      {[&] { return vex_pkg_update_section(r, "a", "x", 1); },
-       "Cannot add section to read-only binary\n"},
-      {[&] { return vex_pkg_update_section_from_file(r, "a", "source"); },
-       "Cannot add section to read-only binary\n"},
+      {[&] { return vex_pkg_update_section(r, "a", "x", 1); }, "Cannot add section to read-only binary\n"},
+      {[&] { return vex_pkg_update_section_from_file(r, "a", "source"); }, "Cannot add section to read-only binary\n"},
       {[&] { return vex_pkg_add_data_section(w, "a", "x", 1); }, "Section 'a' already exists.\n"},
-      {[&] { return vex_pkg_add_data_section_from_file(w, "a", "absent"); },
-       "Section 'a' already exists.\n"},
+      {[&] { return vex_pkg_add_data_section_from_file(w, "a", "absent"); }, "Section 'a' already exists.\n"},
       {[&] { return vex_pkg_add_data_section(w, "", "x", 1); }, "Section '' already exists.\n"},
-      {[&] { return vex_pkg_add_data_section(w, ".shstrtab", "x", 1); },
-       "Section '.shstrtab' already exists.\n"},
+      {[&] { return vex_pkg_add_data_section(w, ".shstrtab", "x", 1); }, "Section '.shstrtab' already exists.\n"},
       {[&] { return vex_pkg_add_data_section(w, long_name.c_str(), "x", 1); },
        "Section name length 4097 exceeds limit of 4096 bytes. Section name is " + long_name + "\n"},
-      {[&] { return vex_pkg_add_data_section(w, nullptr, "x", 1); },
-       "Section name argument is NULL\n"},
+      {[&] { return vex_pkg_add_data_section(w, nullptr, "x", 1); }, "Section name argument is NULL\n"},
       {[&] { return vex_pkg_add_data_section(w, "n", nullptr, 1); }, "Buffer argument is NULL\n"},
       {[&] { return vex_pkg_add_data_section(w, "n", "x", UINT32_MAX); },
        "Section of 4294967295 bytes exceeds the package's limit of 4 GiB\n"},
       {[&] { return vex_pkg_add_data_section(w, "n", "x", SIZE_MAX); },
        "Section of 18446744073709551615 bytes exceeds the package's limit of 4 GiB\n"},
-      {[&] { return vex_pkg_add_data_section_from_file(w, "n", "absent"); },
-       "Couldn't open file absent for reading\n"},
-      {[&] { return vex_pkg_add_data_section_from_file(w, "n", "."); },
-       "Couldn't open file . for reading\n"},
+      {[&] { return vex_pkg_add_data_section_from_file(w, "n", "absent"); }, "Couldn't open file absent for reading\n"},
+      {[&] { return vex_pkg_add_data_section_from_file(w, "n", "."); }, "Couldn't open file . for reading\n"},
       {[&] { return vex_pkg_update_section(w, "n", "x", 1); }, "Section 'n' does not exist.\n"},
-      {[&] { return vex_pkg_update_section_from_file(w, "n", "source"); },
-       "Section 'n' does not exist.\n"},
+      {[&] { return vex_pkg_update_section_from_file(w, "n", "source"); }, "Section 'n' does not exist.\n"},
       {[&] { return vex_pkg_section_exists(r, "n", nullptr); }, ""},
-      {[&] { return vex_pkg_read_section(r, "n", buffer, sizeof buffer); },
-       "Couldn't find section with name 'n'.\n"},
+      {[&] { return vex_pkg_read_section(r, "n", buffer, sizeof buffer); }, "Couldn't find section with name 'n'.\n"},
       {[&] { return vex_pkg_read_section(r, "a", nullptr, 11); }, "Buffer argument is NULL\n"},
-      {[&] { return vex_pkg_read_section(r, "a", buffer, 10); },
-       "Target buffer for section 'a' is too small.\n"},
-      {[&] { return vex_pkg_read_section_transient(r, "a", nullptr); },
-       "Buffer pointer argument is NULL\n"},
-      {[&] { return vex_pkg_read_section_into_file(r, "n", "target"); },
-       "Couldn't find section with name 'n'.\n"},
+      {[&] { return vex_pkg_read_section(r, "a", buffer, 10); }, "Target buffer for section 'a' is too small.\n"},
+      {[&] { return vex_pkg_read_section_transient(r, "a", nullptr); }, "Buffer pointer argument is NULL\n"},
+      {[&] { return vex_pkg_read_section_into_file(r, "n", "target"); }, "Couldn't find section with name 'n'.\n"},
       {[&] { return vex_pkg_read_section_into_file(r, "a", "no/target"); },
        "Couldn't open file for writing: No such file or directory\n"},
       {[&] { return vex_pkg_read_section_into_file(r, "a", "/dev/full"); },
@@ -241,17 +224,14 @@ TEST_F(Pkg, LongestNameAndOneMore) {
   {
     const vex_pkg_ptr pkg = open_package("long", CREATE);
     EXPECT_EQ(1U, vex_pkg_add_data_section(pkg.get(), longest.c_str(), "x", 1));
-    capture([&] {
-      EXPECT_EQ(0U, vex_pkg_add_data_section(pkg.get(), (longest + "n").c_str(), "y", 1));
-    });
+    capture([&] { EXPECT_EQ(0U, vex_pkg_add_data_section(pkg.get(), (longest + "n").c_str(), "y", 1)); });
     EXPECT_EQ(1U, vex_pkg_add_data_section(pkg.get(), "after", "z", 1));
   }
   const vex_pkg_ptr pkg = open_package("long", READ);
   EXPECT_EQ("x", read_section(pkg.get(), longest.c_str()));
   EXPECT_EQ("z", read_section(pkg.get(), "after"));
   const Printed printed = capture([&pkg] { vex_pkg_list_file_sections(pkg.get()); });
-  EXPECT_EQ("Sections in package file:\n  " + longest + ", 1 bytes\n  after, 1 bytes\n",
-            printed.out);
+  EXPECT_EQ("Sections in package file:\n  " + longest + ", 1 bytes\n  after, 1 bytes\n", printed.out);
 }
 
 TEST_F(Pkg, ManySections) {
@@ -352,9 +332,8 @@ TEST_F(Pkg, DamagedFilesHaveNoSections) {
     capture([&c] {
       std::string image = c.image;
       for (const bool in_memory : {false, true}) {
-        const vex_pkg_ptr pkg(in_memory
-                                  ? vex_pkg_open_file_from_memory(image.data(), image.size(), 0x100)
-                                  : vex_pkg_open_file("bad", READ));
+        const vex_pkg_ptr pkg(in_memory ? vex_pkg_open_file_from_memory(image.data(), image.size(), 0x100)
+                                        : vex_pkg_open_file("bad", READ));
         char buffer[64];
         void* data = nullptr;
         EXPECT_EQ("(none)", read_section(pkg.get(), "a"));

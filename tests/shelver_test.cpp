@@ -28,8 +28,8 @@ std::string read_table(const std::string& text) {
   }
   std::string result;
   for (unsigned i = 0; i < count; ++i) {
-    result += std::string(i > 0 ? " " : "") + entries[i].function_name + "|" + entries[i].kind +
-              "|" + entries[i].section_name;
+    result += std::string(i > 0 ? " " : "") + entries[i].function_name + "|" + entries[i].kind + "|" +
+              entries[i].section_name;
     shelver_free_comp_table_entry(&entries[i]);
     EXPECT_EQ(nullptr, entries[i].function_name);
   }
@@ -116,8 +116,6 @@ TEST_F(ShelverDeathTest, NullArguments) {
                "src/shelver.cpp:.*Assertion `lib_pkg != \\(\\(void \\*\\)0\\)' failed");
   EXPECT_DEATH(shelver_read_info_section(pkg.get(), nullptr), "info_out != \\(\\(void \\*\\)0\\)");
   EXPECT_DEATH(shelver_read_component_table(nullptr, &entry, &count), "lib_pkg != ");
-  EXPECT_DEATH(shelver_read_component_table(pkg.get(), nullptr, &count),
-               "comp_table_out != \\(\\(void \\*\\)0\\)");
-  EXPECT_DEATH(shelver_read_component_table(pkg.get(), &entry, nullptr),
-               "num_entries != \\(\\(void \\*\\)0\\)");
+  EXPECT_DEATH(shelver_read_component_table(pkg.get(), nullptr, &count), "comp_table_out != \\(\\(void \\*\\)0\\)");
+  EXPECT_DEATH(shelver_read_component_table(pkg.get(), &entry, nullptr), "num_entries != \\(\\(void \\*\\)0\\)");
 }

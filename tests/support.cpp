@@ -82,8 +82,7 @@ Outcome run(const std::vector<std::string>& words, const Environment& environmen
   int status = 0;
   waitpid(child, &status, 0);
   auto [out, err] = take_captured();
-  return {WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status), std::move(out),
-          std::move(err)};
+  return {WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status), std::move(out), std::move(err)};
 }
 
 Outcome bfcl_library(std::vector<std::string> words, const Environment& environment) {
@@ -108,8 +107,7 @@ std::string write_component(const std::string& directory, const std::string& fun
 }
 
 std::string section_of(const std::string& package, const std::string& section) {
-  const Outcome objcopy =
-      run({"objcopy", "--dump-section", section + "=.section", package, "/dev/null"});
+  const Outcome objcopy = run({"objcopy", "--dump-section", section + "=.section", package, "/dev/null"});
   const std::string bytes = objcopy.status == 0 ? read_file(".section") : "(none)";
   unlink(".section");
   return bytes;

@@ -81,8 +81,7 @@ TEST_F(Loader, Failures) {
     const Printed printed = capture([&] { EXPECT_EQ(nullptr, loader.parse_file(c.path)); });
     EXPECT_EQ(std::string("ERROR FOUND: ") + c.error + "\n", printed.out);
     ASSERT_EQ(1U, loader.get_errors().size());
-    EXPECT_EQ(0U, loader.get_error(0).find(std::string("XML error: ") + c.error + ", Error="))
-        << loader.get_error(0);
+    EXPECT_EQ(0U, loader.get_error(0).find(std::string("XML error: ") + c.error + ", Error=")) << loader.get_error(0);
     EXPECT_EQ('\n', loader.get_error(0).back());
     EXPECT_EQ(c.path, loader.get_source_name());
   }
@@ -106,8 +105,7 @@ TEST_F(Loader, TextsLastUntilTheNextParse) {
 TEST_F(Loader, DocumentsPrintIndented) {
   BaseXmlLoader loader;
   const auto doc = parse(loader, "<a><b c=\"&lt;\"><d/></b></a>");
-  EXPECT_EQ("<a>\n  <b c=\"&lt;\">\n    <d/>\n  </b>\n</a>\n",
-            BaseXmlLoader::doc_to_string(doc.get()));
+  EXPECT_EQ("<a>\n  <b c=\"&lt;\">\n    <d/>\n  </b>\n</a>\n", BaseXmlLoader::doc_to_string(doc.get()));
 }
 
 TEST_F(Loader, Conversions) {
@@ -117,9 +115,8 @@ TEST_F(Loader, Conversions) {
     bool ok;
     unsigned long long value;
   } cases[] = {
-      {"12", 10, true, 12},   {"12x", 10, false, 12}, {" 12", 10, false, 7}, {"-1", 10, false, 7},
-      {"+1", 10, false, 7},   {"", 10, false, 7},     {"0x1F", 0, true, 31}, {"08", 0, false, 0},
-      {"0x1F", 10, false, 0}, {"x", 0, false, 7},
+      {"12", 10, true, 12}, {"12x", 10, false, 12}, {" 12", 10, false, 7}, {"-1", 10, false, 7},   {"+1", 10, false, 7},
+      {"", 10, false, 7},   {"0x1F", 0, true, 31},  {"08", 0, false, 0},   {"0x1F", 10, false, 0}, {"x", 0, false, 7},
   };
   for (const auto& c : cases) {
     unsigned value = 7;
@@ -145,8 +142,7 @@ TEST_F(Loader, Conversions) {
 
 TEST_F(LoaderDeathTest, Preconditions) {
   BaseXmlLoader loader;
-  EXPECT_DEATH(static_cast<void>(loader.parse_file(nullptr)),
-               "src/BaseXmlLoader.cpp:.*`filename != __null'");
+  EXPECT_DEATH(static_cast<void>(loader.parse_file(nullptr)), "src/BaseXmlLoader.cpp:.*`filename != __null'");
   EXPECT_DEATH(static_cast<void>(loader.parse_xml(nullptr)), "`xml != __null'");
   EXPECT_DEATH(BaseXmlLoader::doc_to_string(nullptr), "`doc != __null'");
   EXPECT_DEATH(loader.get_error(0), "`index < m_errors.size\\(\\)'");
@@ -200,23 +196,19 @@ TEST(Visitor, Reports) {
       {[](V& v, const E& e) { return v.report_error(e, ""); }, false, head},
       {[](V& v, const E&) { return v.report_error("m"); }, false, "Error in '[mem]':\nm\n"},
       {[](V& v, const E&) { return v.report_warning("m"); }, true, "Warning in '[mem]':\nm\n"},
-      {[](V& v, const E& e) { return v.report_unexpected_elem(e, ""); }, false,
-       head + "Unexpected element 'B'.\n"},
-      {[](V& v, const E& e) { return v.report_unexpected_elem(e, "x"); }, false,
-       head + "Unexpected element 'B'.\nx\n"},
+      {[](V& v, const E& e) { return v.report_unexpected_elem(e, ""); }, false, head + "Unexpected element 'B'.\n"},
+      {[](V& v, const E& e) { return v.report_unexpected_elem(e, "x"); }, false, head + "Unexpected element 'B'.\nx\n"},
       {[](V& v, const E& e) { return v.report_unexpected_elem_stack(e, 1, "A"); }, true, ""},
       {[](V& v, const E& e) { return v.report_unexpected_elem_stack(e, 0); }, false,
        head + "Unexpected element 'B'.\n"},
-      {[](V& v, const E& e) { return v.report_unexpected_elem_stack_with_top(e, 2, "A", "B"); },
-       true, ""},
+      {[](V& v, const E& e) { return v.report_unexpected_elem_stack_with_top(e, 2, "A", "B"); }, true, ""},
       {[](V& v, const E& e) { return v.report_unexpected_elem_stack_with_top(e, 1, "A"); }, false,
        head + "Unexpected element 'B'.\n"},
       {[](V& v, const E& e) { return v.report_unexpected_elem_count_error(e, 1, 1); }, false,
        head + "Expected element <B> to appear exactly once.\n"},
       {[](V& v, const E& e) { return v.report_unexpected_elem_count_error(e, 0, 0); }, false,
        head + "Unexpected element 'B'.\n"},
-      {[](V& v, const E& e) { return v.report_unexpected_elem_count(e, 0U, 1U, 2U, "A", "B"); },
-       true, ""},
+      {[](V& v, const E& e) { return v.report_unexpected_elem_count(e, 0U, 1U, 2U, "A", "B"); }, true, ""},
       {[](V& v, const E& e) { return v.report_unexpected_elem_count(e, 2U, 3U, 1U, "A"); }, false,
        head + "Expected element <B> to appear 2-3 times.\n"},
       {[](V& v, const E& e) { return v.report_unexpected_elem_count(e, 2U, 1U, "A"); }, false,
@@ -226,8 +218,7 @@ TEST(Visitor, Reports) {
        head + "Expected element <B> to appear 2-4 times.\n"},
       {[](V& v, const E& e) { return v.report_missing_attr(e, "z", "x"); }, false,
        head + "Expected attribute 'z' on element 'B'.\nx\n"},
-      {[](V& v, const E& e) { return v.report_attr_error(e, "y", "m"); }, false,
-       "Error in '[mem]', line 3\nm\n"},
+      {[](V& v, const E& e) { return v.report_attr_error(e, "y", "m"); }, false, "Error in '[mem]', line 3\nm\n"},
       {[](V& v, const E& e) { return v.report_attr_error(e, "z", "m"); }, false, head + "m\n"},
       {[](V& v, const E& e) { return v.report_attr_type_error(e, "x", ""); }, false,
        head + "Incorrect type for attribute 'x' on element 'B'.\n"},
@@ -237,8 +228,7 @@ TEST(Visitor, Reports) {
          return v.report_unexpected_attrs(e, 1, allowed);
        },
        false, head + "Unexpected attribute 'x'.\n"},
-      {[](V& v, const E& e) { return v.report_unexpected_attrs(e, std::vector<std::string>()); },
-       false,
+      {[](V& v, const E& e) { return v.report_unexpected_attrs(e, std::vector<std::string>()); }, false,
        head + "Unexpected attribute 'x'.\n"
               "Error in '[mem]', line 3\nUnexpected attribute 'y'.\n"},
   };
@@ -295,14 +285,11 @@ TEST(VisitorDeathTest, Preconditions) {
   const auto doc = parse(loader, "<A/>");
   const XMLElement& root = *doc->RootElement();
   BaseVisitor visitor(&loader, false);
-  EXPECT_DEATH(BaseVisitor(static_cast<BaseVisitor*>(nullptr)),
-               "src/BaseVisitor.cpp:.*`parent != 0'");
+  EXPECT_DEATH(BaseVisitor(static_cast<BaseVisitor*>(nullptr)), "src/BaseVisitor.cpp:.*`parent != 0'");
   EXPECT_DEATH(visitor.report_unexpected_elem_count_error(root, 2, 1), "`min_count <= max_count'");
   EXPECT_DEATH(visitor.VisitExit(root), "`m_elem_stack.size\\(\\) > 0'");
   visitor.VisitEnter(root, nullptr);
-  EXPECT_DEATH(visitor.check_element_stack_with_top(1, static_cast<const char*>(nullptr)),
-               "`elem_name != 0'");
+  EXPECT_DEATH(visitor.check_element_stack_with_top(1, static_cast<const char*>(nullptr)), "`elem_name != 0'");
   const auto other = parse(loader, "<B/>");
-  EXPECT_DEATH(visitor.VisitExit(*other->RootElement()),
-               "`m_elem_stack.back\\(\\) == elem.Value\\(\\)'");
+  EXPECT_DEATH(visitor.VisitExit(*other->RootElement()), "`m_elem_stack.back\\(\\) == elem.Value\\(\\)'");
 }

@@ -1,0 +1,163 @@
+#!/usr/bin/env python3
+# SPDX-License-Identifier: BSD-3-Clause
+"""The work loads, ours beside the alternatives on the same bytes. Prints a table of medians and
+ratios to copying and writes results.csv."""
+
+import argparse
+import csv
+import shutil
+from pathlib import Path
+
+from measure import alternate, function_text, make_component, remove, run, verilog, write_spec
+
+MIB = 1 << 20
+
+
+def copying(list_file, output):
+    """The physical yardstick: the same bytes into one file, flushed to the disk."""
+    return f"xargs cat < {list_file} > {output} && sync {output}"
+
+
+def archivers(folder, files, output):
+    """What others make of a list of files; those that are not installed are left out."""
+    (folder / "list").write_text("\n".join(files) + "\n")
+    (folder / "empty.o").write_bytes(b"")
+    sections = " ".join(f"--add-section .s.{name}={name}" for name in files)
+    (folder / "sections").write_text(sections)
+    (folder / "empty.c").write_text("")
+    run("gcc -c empty.c -o empty.o", folder)
+    commands = {
+        "cp": copying("list", output),
+        "ar": f"ar rcs {output} @list && sync {output}",
+        "objcopy": f"objcopy @sections empty.o {output} && sync {output}",
+        "llvm-objcopy": f"llvm-objcopy @sections empty.o {output} && sync {output}",
+        "tar": f"tar cf {output} -T list && sync {output}",
+    }
+    return {name: text for name, text in commands.items() if name == "cp" or shutil.which(name)}
+
+
+def packaging(program, root, count, size):
+    folder = root / f"package-{count}"
+    files = make_component(folder, count, size)
+    ours = {"bfcl": [program, "-c", "spec.xml", "-o", "out"]}
+    return folder, ours | archivers(folder, files + ["model.cl", "spec.xml"], "out")
+
+
+def creating(program, root, count, size):
+    folder = root / f"create-{count}"
+    folder.mkdir()
+    packages = []
+    for i in range(count):
+        part = folder / "part"
+        make_component(part, 1, max(size - 6144, 64), f"f{i:05}")
+        packages.append(f"p{i:05}.bfco")
+        run([program, "-c", "part/spec.xml", "-o", packages[-1]], folder)
+    ours = {"bfcl": [program, "create", "-o", "out"] + packages}
+    return folder, ours | archivers(folder, packages, "out")
+
+
+def extracting(program, root, count):
+    folder, commands = creating(program, root, count, 8192)
+    run(commands["bfcl"][:3] + ["lib"] + commands["bfcl"][4:], folder)
+    (folder / "list").write_text("lib\n")
+    extract = f"mkdir out && {program} extract_c_models lib out"
+    return folder, {"bfcl": extract, "cp": "mkdir out && cp lib out/lib"}
+
+
+def listing(program, root):
+    folder = root / "create-16000"  # made before
+    run([program, "create", "-o", "lib"] + sorted(p.name for p in folder.glob("p*.bfco")), folder)
+    return folder, {"bfcl": [program, "list", "lib"], "readelf -S": ["readelf", "-S", "lib"]}
+
+
+def validating(program, root, count):
+    folder = root / f"validate-{count}"
+    folder.mkdir()
+    names = [f"f{i:05}" for i in range(count)]
+    (folder / "top.v").write_text(verilog(64 * 1024, 1))
+    (folder / "model.cl").write_text("".join(f"int {name}(int a);\n" for name in names))
+    write_spec(folder / "spec.xml", [function_text(name, ["top.v"], ["model.cl"]) for name in names])
+    return folder, {"bfcl": [program, "-c", "spec.xml", "-o", "out"]}
+
+
+def searching(program, root):
+    """49 of 50 names stand at the end of the source, the last one nowhere."""
+    folder = root / "search"
+    folder.mkdir()
+    names = [f"signal_{i:02}_port" for i in range(50)]
+    (folder / "big.v").write_text(verilog(256 * MIB, 1, "\n".join(names[:-1]) + "\n"))
+    (folder / "names").write_text("\n".join(names) + "\n")
+    (folder / "model.cl").write_text("int f(int a);\n")
+    write_spec(folder / "spec.xml", [function_text("f", ["big.v"], ["model.cl"], names)])
+    return folder, {
+        "bfcl": [program, "-c", "spec.xml", "-o", "out"],
+        "grep -F": ["grep", "-F", "-c", "-f", "names", "big.v"],
+    }
+
+
+def starting(program, root):
+    folder = root / "package-1"
+    run([program, "-c", "spec.xml", "-o", "x.bfco"], folder)
+    (folder / "small.v").write_text("module top(data_in);")
+    write_spec(folder / "small.xml", [function_text("f", ["small.v"], ["model.cl"])])
+    run([program, "-c", "small.xml", "-o", "x.bfco"], folder)
+    run([program, "create", "-o", "small.bfclib", "x.bfco"], folder)
+    return folder, {
+        "bfcl list": [program, "list", "small.bfclib"],
+        "bfcl help": [program, "help"],
+        "readelf -S": ["readelf", "-S", "small.bfclib"],
+    }
+
+
+LOADS = [
+    ("package 1 x 512 MiB", lambda p, r: packaging(p, r, 1, 512 * MIB)),
+    ("package 2,000 x 64 KiB", lambda p, r: packaging(p, r, 2000, 64 * 1024)),
+    ("package 16,000 x 1 KiB", lambda p, r: packaging(p, r, 16000, 1024)),
+    ("create 2,000 x 64 KiB", lambda p, r: creating(p, r, 2000, 64 * 1024)),
+    ("create 16,000 x 7 KiB", lambda p, r: creating(p, r, 16000, 2048)),
+    ("extract 2,000 models", lambda p, r: extracting(p, r, 1999)),
+    ("list 16,000 lines", listing),
+    ("validate 100 functions", lambda p, r: validating(p, r, 100)),
+    ("validate 2,000 functions", lambda p, r: validating(p, r, 2000)),
+    ("search 256 MiB", searching),
+    ("start", starting),
+]
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--program", required=True)
+    parser.add_argument("--folder", type=Path, required=True)
+    parser.add_argument("--runs", type=int, default=5)
+    parser.add_argument("--only", default="", help="loads whose name holds this text")
+    options = parser.parse_args()
+    program = str(Path(options.program).resolve())
+    root = options.folder / "inputs"
+    remove(root)
+    root.mkdir(parents=True)
+    rows = []
+    print("| Load | Tool | Wall, s | To copying | CPU, s | Memory, MiB | Written, MiB |")
+    print("|---|---|---|---|---|---|---|")
+    for load, make in LOADS:
+        if options.only not in load:
+            continue
+        folder, commands = make(program, root)
+        results = alternate(commands, folder, "out", options.runs)
+        yardstick = next(iter(results.values()))[0] if "cp" not in results else results["cp"][0]
+        for tool, (sample, size) in results.items():
+            ratio = sample.wall / yardstick.wall
+            note = "" if sample.status == 0 or tool == "grep -F" else f" (status {sample.status})"
+            print(
+                f"| {load} | {tool}{note} | {sample.wall:.4f} | {ratio:.2f} | {sample.cpu:.4f} "
+                f"| {sample.memory / 1024:.1f} | {size / MIB:.1f} |",
+                flush=True,
+            )
+            rows.append([load, tool, sample.wall, ratio, sample.cpu, sample.memory, size, sample.status])
+    with open(options.folder / "results.csv", "w", newline="", encoding="ascii") as file:
+        writer = csv.writer(file)
+        writer.writerow(["load", "tool", "wall_s", "to_copying", "cpu_s", "memory_kib", "written_bytes", "status"])
+        writer.writerows(rows)
+    remove(root)
+
+
+main()

@@ -1,0 +1,124 @@
+# SPDX-License-Identifier: BSD-3-Clause
+"""Running commands for their time and memory, and making the inputs of the work loads."""
+
+import os
+import random
+import shutil
+import statistics
+import subprocess
+import time
+from dataclasses import dataclass
+from pathlib import Path
+
+TIME_LIMIT = 60  # seconds; what takes longer is shown as such
+
+
+@dataclass
+class Sample:
+    wall: float  # seconds
+    cpu: float  # seconds, user and system
+    memory: int  # peak, in KiB
+    status: int
+
+
+def run(command, folder):
+    """Runs a command line of words, or a shell text, to its end."""
+    null = subprocess.DEVNULL
+    begin = time.monotonic()
+    process = subprocess.Popen(command, shell=isinstance(command, str), cwd=folder, stdout=null, stderr=null)
+    while True:
+        pid, status, usage = os.wait4(process.pid, os.WNOHANG if time.monotonic() - begin > TIME_LIMIT else 0)
+        if pid:
+            break
+        process.kill()
+    process.returncode = os.waitstatus_to_exitcode(status)
+    wall = time.monotonic() - begin
+    return Sample(wall, usage.ru_utime + usage.ru_stime, usage.ru_maxrss, process.returncode)
+
+
+def median(samples):
+    """The medians of a command's runs; the status is the worst."""
+    return Sample(
+        statistics.median(s.wall for s in samples),
+        statistics.median(s.cpu for s in samples),
+        max(s.memory for s in samples),
+        max(samples, key=lambda s: abs(s.status)).status,
+    )
+
+
+def alternate(commands, folder, output, runs):
+    """Runs the commands in turn, several times; each writes the output anew. {name: Sample}."""
+    samples = {name: [] for name in commands}
+    sizes = {}
+    for turn in range(runs + 1):
+        for name, command in commands.items():
+            if turn > 1 and samples[name][-1].wall > TIME_LIMIT / 4:
+                continue
+            remove(folder / output)
+            os.sync()
+            sample = run(command, folder)
+            if turn > 0:  # the first one warms the caches
+                samples[name].append(sample)
+            sizes[name] = written(folder / output)
+    remove(folder / output)
+    return {name: (median(samples[name]), sizes[name]) for name in commands}
+
+
+def remove(path):
+    if path.is_dir():
+        shutil.rmtree(path)
+    elif path.exists():
+        path.unlink()
+
+
+def written(path):
+    if path.is_dir():
+        return sum(file.stat().st_size for file in path.iterdir())
+    return path.stat().st_size if path.exists() else 0
+
+
+SPEC_HEAD = """<RTL_SPEC>
+"""
+SIGNALS = "".join(
+    f'<VEYRA port="{s}" type="{s}"/>' for s in ("clock", "resetn", "iready", "ivalid", "oready", "ovalid")
+)
+
+
+def function_text(name, sources, models, inputs=("data_in",)):
+    """One FUNCTION element."""
+    ports = "".join(f'<INPUT port="{port}" width="32"/>' for port in inputs)
+    files = "".join(f'<FILE name="{source}"/>\n' for source in sources)
+    c_models = "".join(f'<FILE name="{model}"/>' for model in models)
+    return f"""<FUNCTION name="{name}" module="top">
+<ATTRIBUTES><IS_STALL_FREE value="yes"/><IS_FIXED_LATENCY value="yes"/><EXPECTED_LATENCY value="1"/></ATTRIBUTES>
+<INTERFACE>{SIGNALS}{ports}</INTERFACE>
+<REQUIREMENTS>
+{files}</REQUIREMENTS>
+<C_MODEL>{c_models}</C_MODEL>
+</FUNCTION>
+"""
+
+
+def write_spec(path, functions):
+    path.write_text("<RTL_SPEC>\n" + "".join(functions) + "</RTL_SPEC>\n")
+
+
+def verilog(size, seed, ending=""):
+    """Text of that many bytes which looks like a module."""
+    random.seed(seed)
+    words = ["assign", "wire [31:0]", "reg", "always @(posedge clock)", "begin", "end", "data_in", "if (resetn)"]
+    text = "module top(clock, data_in);\n"
+    line = "".join(f"  {random.choice(words)} r{random.randrange(9999)};\n" for _ in range(2000))
+    body = (line * (size // len(line) + 1))[: size - len(text) - len(ending)]
+    return text + body + ending
+
+
+def make_component(folder, count, size, name="f"):
+    """A specification of one function with that many sources of that many bytes; the files' names."""
+    folder.mkdir(parents=True, exist_ok=True)
+    sources = [f"s{i:05}.v" for i in range(count)]
+    for i, source in enumerate(sources):
+        (folder / source).write_text(verilog(size, i))
+    (folder / "model.cl").write_text(f"int {name}(int a);\n")
+    write_spec(folder / "spec.xml", [function_text(name, sources, ["model.cl"])])
+    return sources

@@ -1,0 +1,111 @@
+# What other projects get: the program and its launcher, the libraries of the container, of the
+# readers and of the specification's handle interface, their headers, the CMake package with the
+# functions for users' builds, and pkg-config files. Components: program, launcher, development,
+# and with BUILD_SHARED_LIBS libraries.
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+set(BFCL_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/bfcl-library)
+set(package_dir ${PROJECT_BINARY_DIR}/cmake)        # the same package for users of the build folder
+set(header_dir ${PROJECT_BINARY_DIR}/include/bfcl)
+option(BUILD_SHARED_LIBS "Build the published libraries shared" OFF)
+
+# bfcl_publish(NAME HEADER DESCRIPTION MODULES module... [USES published...] [NEEDS package...])
+#
+# A published library: the code of modules that the program itself is linked with, static or
+# shared. A shared one shows what cmake/NAME.map lists; the modules know nothing of it. USES names
+# other published libraries, NEEDS pkg-config packages in the form target=package.
+function(bfcl_publish name header pc_description)
+  cmake_parse_arguments(PARSE_ARGV 2 arg "" "" "MODULES;USES;NEEDS")
+  list(TRANSFORM arg_MODULES REPLACE "(.+)" "$<TARGET_OBJECTS:\\1>" OUTPUT_VARIABLE objects)
+  set(target bfcl_${name})
+  add_library(${target} ${objects})
+  add_library(bfcl::${name} ALIAS ${target})
+  set_target_properties(${target} PROPERTIES
+    OUTPUT_NAME bfcl-${name} EXPORT_NAME ${name} LINKER_LANGUAGE CXX
+    VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
+    PUBLIC_HEADER ${PROJECT_SOURCE_DIR}/src/${header})
+  configure_file(${PROJECT_SOURCE_DIR}/src/${header} ${header_dir}/${header} COPYONLY)
+  target_include_directories(${target} INTERFACE
+    $<BUILD_INTERFACE:${PROJECT_BINARY_DIR}/include>
+    $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+
+  set(pc_name bfcl-${name})
+  set(pc_requires ${arg_USES})
+  list(TRANSFORM pc_requires PREPEND bfcl-)
+  set(pc_libs "-L\${libdir} -lbfcl-${name}")
+  foreach(used IN LISTS arg_USES)
+    target_link_libraries(${target} PUBLIC bfcl_${used})
+  endforeach()
+  foreach(needed IN LISTS arg_NEEDS)
+    string(REGEX MATCH "(.+)=(.+)" needed ${needed})
+    if(BUILD_SHARED_LIBS)
+      # A user of the library need not have what it is built with.
+      target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:${CMAKE_MATCH_1}>)
+    else()
+      target_link_libraries(${target} PRIVATE ${CMAKE_MATCH_1})
+      list(APPEND pc_requires ${CMAKE_MATCH_2})
+    endif()
+  endforeach()
+  if(BUILD_SHARED_LIBS)
+    set(map ${PROJECT_SOURCE_DIR}/cmake/${name}.map)
+    target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:bfcl_options>)
+    target_link_options(${target} PRIVATE LINKER:--version-script=${map} LINKER:--no-undefined)
+    set_target_properties(${target} PROPERTIES LINK_DEPENDS ${map})
+  else()
+    # A C program is not linked with the C++ library by itself.
+    set(libraries ${CMAKE_CXX_IMPLICIT_LINK_LIBRARIES})
+    list(REMOVE_ITEM libraries ${CMAKE_C_IMPLICIT_LINK_LIBRARIES})
+    list(TRANSFORM libraries PREPEND " -l")
+    string(APPEND pc_libs ${libraries})
+  endif()
+
+  install(TARGETS ${target} EXPORT bfcl-library-libraries
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+      COMPONENT libraries NAMELINK_COMPONENT development
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development
+    PUBLIC_HEADER DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/bfcl COMPONENT development)
+  list(JOIN pc_requires ", " pc_requires)
+  file(RELATIVE_PATH pc_prefix /root/${CMAKE_INSTALL_LIBDIR}/pkgconfig /root)
+  configure_file(${PROJECT_SOURCE_DIR}/cmake/bfcl.pc.in ${package_dir}/${pc_name}.pc @ONLY)
+  install(FILES ${package_dir}/${pc_name}.pc
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+endfunction()
+
+bfcl_publish(pkg pkg.h "Package files: named sections in one ELF file"
+  MODULES vex_pkg NEEDS PkgConfig::LIBELF=libelf)
+bfcl_publish(shelver shelver.h "Readers of the text sections of component libraries"
+  MODULES shelver USES pkg)
+bfcl_publish(spec EFISpecHandle.h "Component specifications, in plain C"
+  MODULES efi_spec vex_xml NEEDS tinyxml2::tinyxml2=tinyxml2)
+target_compile_features(bfcl_pkg INTERFACE cxx_std_17)
+
+add_executable(bfcl::bfcl-library ALIAS shelver_exe)
+set_target_properties(shelver_exe PROPERTIES EXPORT_NAME bfcl-library)
+install(TARGETS shelver_exe EXPORT bfcl-library-program RUNTIME COMPONENT program)
+install(PROGRAMS ${PROJECT_BINARY_DIR}/bin/bfcl
+  DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT launcher)
+
+# The CMake package. The program's part stands alone, for those who build libraries of components.
+configure_package_config_file(cmake/bfcl-library-config.cmake.in
+  ${package_dir}/bfcl-library-config.cmake INSTALL_DESTINATION ${BFCL_CMAKE_DIR}
+  NO_SET_AND_CHECK_MACRO)
+write_basic_package_version_file(${package_dir}/bfcl-library-config-version.cmake
+  COMPATIBILITY SameMajorVersion)
+configure_file(cmake/bfcl-library-functions.cmake ${package_dir}/ COPYONLY)
+install(FILES
+  ${package_dir}/bfcl-library-config.cmake
+  ${package_dir}/bfcl-library-config-version.cmake
+  ${package_dir}/bfcl-library-functions.cmake
+  DESTINATION ${BFCL_CMAKE_DIR} COMPONENT program)
+foreach(part program libraries)
+  export(EXPORT bfcl-library-${part} NAMESPACE bfcl::
+    FILE ${package_dir}/bfcl-library-${part}.cmake)
+endforeach()
+install(EXPORT bfcl-library-program NAMESPACE bfcl:: DESTINATION ${BFCL_CMAKE_DIR}
+  COMPONENT program)
+install(EXPORT bfcl-library-libraries NAMESPACE bfcl:: DESTINATION ${BFCL_CMAKE_DIR}
+  COMPONENT development)
+
+# A project that has this one as a subfolder can call the functions too.
+include(${CMAKE_CURRENT_LIST_DIR}/bfcl-library-functions.cmake)

@@ -1,0 +1,85 @@
+# shellcheck shell=bash
+# SPDX-License-Identifier: BSD-3-Clause
+# Completion of "bfcl library ..." and "bfcl-library ..." in bash, with or without the package
+# bash-completion.
+
+# _bfcl_files SUFFIX...: the files with one of the suffixes, and directories on the way to them.
+_bfcl_files() {
+  local suffix
+  compopt -o filenames 2>/dev/null
+  mapfile -t COMPREPLY < <(
+    compgen -d -- "$cur"
+    for suffix in "$@"; do compgen -f -X "!*$suffix" -- "$cur"; done
+  )
+}
+
+_bfcl_words() {
+  mapfile -t COMPREPLY < <(compgen -W "$*" -- "$cur")
+}
+
+# _bfcl_create OPERAND...: those that stand before the word to complete. As the program does, it
+# takes four options and their values; what follows them are packages.
+_bfcl_create() {
+  local option='' free=' -name -vendor -version -o ' taken=0
+  while [[ $# -gt 0 ]]; do
+    option=
+    if [[ $taken -lt 4 && $1 == -@(name|vendor|version|o) ]]; then
+      option=$1 taken=$((taken + 1)) free=${free/ $1 / }
+      shift
+    fi
+    shift || break # the option's value is the word to complete
+    option=
+  done
+  case $option in
+    -o) _bfcl_files .bfclib ;;
+    -*) ;;
+    *)
+      if [[ $cur == -* && $taken -lt 4 ]]; then
+        _bfcl_words "$free -v"
+      else
+        _bfcl_files .bfco .bfclib
+      fi
+      ;;
+  esac
+}
+
+# _bfcl_command WORD...: the command and its operands before the word to complete.
+_bfcl_command() {
+  local operands=$(($# - 1))
+  case $1:$operands in
+    :*) _bfcl_words hdl-comp-pkg -c create list extract_c_models extract_clang_ir help -v ;;
+    hdl-comp-pkg:0 | -c:0) _bfcl_files .xml ;;
+    hdl-comp-pkg:1 | -c:1) _bfcl_words -o ;;
+    hdl-comp-pkg:2 | -c:2) _bfcl_files .bfco ;;
+    create:*) _bfcl_create "${@:2}" ;;
+    list:0 | extract_c_models:0 | extract_clang_ir:0) _bfcl_files .bfclib ;;
+    extract_clang_ir:1)
+      _bfcl_words spir64-unknown-unknown-ostrahw x86_64-unknown-linux-ostrahw \
+        x86_64-pc-windows-ostrahw
+      ;;
+    extract_c_models:1 | extract_clang_ir:2)
+      compopt -o filenames 2>/dev/null
+      mapfile -t COMPREPLY < <(compgen -d -- "$cur")
+      ;;
+  esac
+}
+
+_bfcl() {
+  local cur=${COMP_WORDS[COMP_CWORD]} word words=()
+  local first=1
+  COMPREPLY=()
+  if [[ ${COMP_WORDS[0]##*/} == bfcl ]]; then
+    if [[ $COMP_CWORD -eq 1 ]]; then
+      _bfcl_words library
+      return
+    fi
+    [[ ${COMP_WORDS[1]} == library ]] || return
+    first=2
+  fi
+  for word in "${COMP_WORDS[@]:first:COMP_CWORD - first}"; do
+    [[ $word == -v ]] || words+=("$word")
+  done
+  _bfcl_command "${words[@]-}"
+}
+
+complete -F _bfcl bfcl bfcl-library

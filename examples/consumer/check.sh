@@ -1,0 +1,97 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: BSD-3-Clause
+#
+# Builds this project in copies, with CMake (Make and Ninja), plain make and SCons, changes its
+# inputs, and looks at what is made again. Uses the installed bfcl-library, or that of the build
+# folder BFCL_BUILD. Exit status: 0 all well, 1 a fault, 77 a build system was missing.
+set -euo pipefail
+
+examples=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+bfcl="bfcl-library"
+options=()
+if [[ -n ${BFCL_BUILD:-} ]]; then
+  bfcl=$(realpath "$BFCL_BUILD")/bin/bfcl-library
+  options=(-Dbfcl-library_DIR="$(realpath "$BFCL_BUILD")/cmake")
+fi
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cd "$work"
+
+fail() {
+  printf 'FAIL %s\n' "$*" >&2
+  cat log >&2
+  exit 1
+}
+
+checkout() { # FOLDER
+  mkdir "$1"
+  (cd "$examples" && cp -r common consumer crc32c minmax popcount "$work/$1")
+}
+
+# Builds what is out of date, which must be as many packages and libraries as said.
+rebuild() { # PACKAGES LIBRARIES COMMAND...
+  local packages=$1 libraries=$2
+  shift 2
+  "$@" >log 2>&1 || fail "$*"
+  [[ $(grep -cE 'Packaging|hdl-comp-pkg' log) -eq $packages ]] || fail "not $packages packages: $*"
+  [[ $(grep -cE 'Making|library"? .*create' log) -eq $libraries ]] || fail "not $libraries libraries: $*"
+}
+
+# Changes a source, then the list of sources, then a source that is new in the list.
+change_inputs() { # FOLDER PACKAGES LIBRARIES COMMAND...
+  local folder=$1 counts=("$2" "$3")
+  shift 3
+  rebuild "${counts[@]}" "$@"
+  rebuild 0 0 "$@"
+  echo "// changed" >>"$folder/common/skid_buffer.v"
+  rebuild 1 "${counts[1]}" "$@"
+  cp "$folder/common/skid_buffer.v" "$folder/common/new.v"
+  sed -i 's|<FILE name="../common/skid_buffer.v"/>|&\n<FILE name="../common/new.v"/>|' \
+    "$folder/minmax/minmax.xml"
+  rebuild 1 "${counts[1]}" "$@"
+  echo "// changed again" >>"$folder/common/new.v"
+  rebuild 1 "${counts[1]}" "$@"
+  rebuild 0 0 "$@"
+  printf 'ok   %s\n' "$folder"
+}
+
+missing=()
+for generator in "Unix Makefiles" Ninja; do
+  if [[ $generator == Ninja ]] && ! command -v ninja >ninja.log; then
+    missing+=(ninja)
+    continue
+  fi
+  folder=cmake_${generator/ /_}
+  checkout "$folder"
+  cmake -S "$folder/consumer" -B "$folder/build" -G "$generator" "${options[@]}" >log 2>&1 ||
+    fail "cmake, $generator"
+  change_inputs "$folder" 3 2 cmake --build "$folder/build" --parallel 4
+  cp "$folder/build/bits.bfclib" "$folder.bfclib"
+  "$folder/build/list_functions" "$folder.bfclib" >log
+  [[ $(grep -c . log) -eq 3 ]] || fail "the library lacks functions"
+  "$folder/build/list_files" "$folder/minmax/minmax.xml" >log
+  grep -q '^max_u8x8: .*new.v$' log || fail "the specification lacks files"
+done
+
+checkout make
+change_inputs make 2 1 make -C make/consumer -j4 BFCL="$bfcl"
+cp make/consumer/build/bits.bfclib make.bfclib
+
+# A second checkout takes from the cache what the first has made.
+if command -v scons >scons.log; then
+  checkout scons
+  change_inputs scons 2 1 scons -j4 -C scons/consumer CACHE="$work/cache" BFCL="$bfcl"
+  cp -r scons again
+  rm -r again/consumer/build
+  rebuild 0 0 scons -C again/consumer CACHE="$work/cache" BFCL="$bfcl"
+  [[ $(grep -c '^Retrieved' log) -eq 3 ]] || fail "the cache was not used"
+  cp again/consumer/build/bits.bfclib scons.bfclib
+else
+  missing+=(scons)
+fi
+
+for library in *.bfclib; do
+  cmp "$library" make.bfclib || fail "the bytes of $library differ"
+done
+[[ ${#missing[@]} -eq 0 ]] || { printf 'skipped: %s\n' "${missing[@]}"; exit 77; }

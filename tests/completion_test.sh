@@ -1,0 +1,46 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: BSD-3-Clause
+# Completes each line in bash, zsh and fish. A row is the line and what becomes of its last word,
+# the same word when nothing fits. 77: one of the shells is not installed.
+set -uo pipefail
+files=$(cd "$(dirname "$0")/../completions" && pwd)
+command -v zsh >/dev/null && command -v fish >/dev/null || exit 77
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cd "$work" && mkdir dir || exit 1
+touch {s,a,b}.txt s.xml a.bfco b.bfclib dir/a.bfco
+cat >rows <<'ROWS'
+bfcl l|library
+bfcl library l|list
+bfcl library -v extract_c_|extract_c_models
+bfcl-library -v -c s|s.xml
+bfcl library -c s.xml -o a|a.bfco
+bfcl library create -n|-name
+bfcl library create -name a|a
+bfcl library create -o b|b.bfclib
+bfcl library create -version 1 dir/a.bfco b|b.bfclib
+bfcl library list b|b.bfclib
+bfcl library extract_c_models b.bfclib d|dir
+bfcl library extract_clang_ir b.bfclib s|spir64-unknown-unknown-ostrahw
+bfcl library extract_clang_ir b.bfclib spir64-unknown-unknown-ostrahw d|dir
+ROWS
+echo "fpath=($files \$fpath); autoload -Uz compinit; compinit -u -D
+bfcl bfcl-library() { print -r -- \$0 \$* >>zsh.log }" >zshrc
+zsh -fc 'zmodload zsh/zpty; zpty z zsh -fi; zpty -w z ". ./zshrc"
+  cut -d"|" -f1 rows | while read -r line; do zpty -nw z "$line"$'\''\t\n'\''; done
+  zpty -w z exit; while zpty -r z; do :; done' >zsh.out
+# shellcheck source=/dev/null
+. "$files/bfcl.bash"
+while IFS='|' read -r line word; do
+  read -ra COMP_WORDS <<<"$line"
+  COMP_CWORD=$((${#COMP_WORDS[@]} - 1)) typed=${COMP_WORDS[-1]}
+  _bfcl
+  echo "bash: $line: ${COMPREPLY[*]-$typed}"
+  found=$(fish --no-config -c "source $files/bfcl.fish; complete -C'$line'" | cut -f1)
+  found=${found:-$typed}
+  echo "fish: $line: ${found%/}"
+  read -r completed <&3
+  echo "zsh: $line: ${completed##* }"
+  printf "%s: $line: $word\n" bash fish zsh >>expected
+done <rows 3<zsh.log >got
+diff expected got

@@ -1,0 +1,71 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: BSD-3-Clause
+#
+# install_test.sh BUILD: installs that build into an empty folder, moves the folder, and builds a C
+# program through pkg-config and a C++ program through find_package against it.
+set -euo pipefail
+
+build=$(realpath "$1")
+examples=$(cd "$(dirname "$0")/../examples" && pwd)
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cd "$work"
+
+expect() { # ACTUAL EXPECTED
+  [[ $1 == "$2" ]] || { printf 'FAIL: got "%s" instead of "%s"\n' "$1" "$2" >&2; exit 1; }
+}
+
+cmake --install "$build" --prefix "$work/first" >log
+mv first prefix
+libraries=$(dirname "$(find "$work/prefix" -name pkgconfig)")
+export PKG_CONFIG_PATH=$libraries/pkgconfig LD_LIBRARY_PATH=$libraries
+expect "$(prefix/bin/bfcl library list none 2>log)" "Error: Cannot open library file none"
+! grep -rl "$build\|$work/first" prefix || expect "a file with the build's paths" none
+
+# Shared libraries show their interface alone.
+for library in "$libraries"/*.so; do
+  [[ -e $library ]] || continue
+  expect "$(nm -D --defined-only "$library" | grep -v '@@BFCL_\| A BFCL_' || :)" ""
+  [[ $(readelf -d "$library") == *"soname: [${library##*/}.1]"* ]] || expect "$library" "a soname"
+done
+
+# shellcheck disable=SC2046,SC2086 # flags are words
+${CC:-cc} ${CFLAGS:-} "$examples/consumer/list_files.c" -o list_files $(pkg-config --cflags --libs bfcl-spec)
+expect "$(./list_files "$examples/popcount/popcount.xml")" "popcount64: popcount.cl popcount.v"
+
+mkdir consumer
+cat >consumer/CMakeLists.txt <<END
+cmake_minimum_required(VERSION 3.21)
+project(consumer LANGUAGES CXX)
+find_package(bfcl-library 1.0 REQUIRED COMPONENTS libraries)
+add_executable(list_functions "$examples/consumer/list_functions.cpp")
+target_link_libraries(list_functions PRIVATE bfcl::shelver)
+bfcl_add_component(popcount SPEC "$examples/popcount/popcount.xml")
+bfcl_add_library(bits COMPONENTS popcount)
+END
+cmake -S consumer -B out -DCMAKE_PREFIX_PATH="$work/prefix" >log || { cat log; exit 1; }
+cmake --build out >log || { cat log; exit 1; }
+expect "$(out/list_functions out/bits.bfclib)" "popcount64 in .vex.comp.popcount64"
+
+# The program alone brings the functions for builds, and says that the libraries are missing.
+cmake --install "$build" --prefix "$work/program" --component program >log
+expect "$(find program -name '*.h' -o -name 'libbfcl*' -o -name bfcl)" ""
+! cmake -S consumer -B without -DCMAKE_PREFIX_PATH="$work/program" >log 2>&1 ||
+  expect "libraries" "none"
+grep -q "libbfcl-dev" log
+sed -i 's/ COMPONENTS libraries//; /list_functions/d' consumer/CMakeLists.txt
+cmake -S consumer -B without -DCMAKE_PREFIX_PATH="$work/program" >log
+cmake --build without >log
+cmp out/bits.bfclib without/bits.bfclib
+
+# Which files a specification names: not those in comments; names as XML writes them.
+cat >names.xml <<'END'
+<!-- <FILE name="no.v"/> --><A><FILE name="a[1].v"/><FILE
+ name = '../b&amp;&quot;.v'/><FILE name="sub/../c.v"/><!-- --><FILE name="/d.v"/></A>
+END
+cat >names.cmake <<END
+include("$(find "$work/prefix" -name bfcl-library-functions.cmake)")
+_bfcl_read_file_names("$work/names.xml" files)
+message("\${files}")
+END
+expect "$(cmake -P names.cmake 2>&1)" "$work/a[1].v;${work%/*}/b&\".v;$work/c.v;$work/d.v"
