@@ -5,7 +5,8 @@
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
-set(BFCL_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/bfcl-library)
+# Not below the library folder of an architecture, which a project without languages does not search.
+set(BFCL_CMAKE_DIR lib/cmake/bfcl-library)
 set(package_dir ${PROJECT_BINARY_DIR}/cmake)        # the same package for users of the build folder
 set(header_dir ${PROJECT_BINARY_DIR}/include/bfcl)
 option(BUILD_SHARED_LIBS "Build the published libraries shared" OFF)

@@ -49,9 +49,10 @@ inline constexpr const char* VEX_PKG_STRING_TABLE = ".shstrtab";
 // The longest section name, in characters without the terminating NUL.
 inline constexpr std::size_t VEX_PKG_MAX_SECTION_NAME = 4096;
 
-// Opens the file `name`, or null with a message. Creating keeps what an existing file holds until
-// close writes the package over it. The handle copies the name. A file of a kind that libelf cannot
-// begin with (a directory) yields a handle all the same, on which every operation fails.
+// Opens the file `name`, or null with a message (without one when its string table is empty).
+// Creating keeps what an existing file holds until close writes the package over it. The handle
+// copies the name. A file of a kind that libelf cannot begin with (a directory) yields a handle all
+// the same, on which every operation fails.
 [[nodiscard]] vex_pkg_file* vex_pkg_open_file(const char* name, unsigned mode);
 
 // Opens the package that lies in `image`, `size` bytes that must outlive the handle and are never
@@ -86,14 +87,15 @@ unsigned vex_pkg_add_data_section(vex_pkg_file* pkg, const char* name, const voi
 // size in bytes; nothing is appended. Null after a message on standard error.
 [[nodiscard]] void* vex_pkg_read_file_into_buffer(const char* path, std::size_t* size_out);
 
-// Adds the whole of a regular file as a section.
+// Adds the whole of a regular file as a section. A large file is not copied: it must not change
+// until close, which fails when it did.
 unsigned vex_pkg_add_data_section_from_file(vex_pkg_file* pkg, const char* name, const char* path);
 
 // Whether the section exists and has data; silent when it does not exist. *size_out, when given,
 // receives its size in bytes.
 unsigned vex_pkg_section_exists(vex_pkg_file* pkg, const char* name, std::size_t* size_out);
 
-// Points *data_out at the section's bytes, without a terminator, valid until close.
+// Points *data_out at the section's bytes, without a terminator, valid until close; null for none.
 unsigned vex_pkg_read_section_transient(vex_pkg_file* pkg, const char* name, void** data_out);
 
 // Copies the section's bytes and a NUL after them; buffer_size must exceed the section's size.

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Libraries with OpenCL code, with scripts in the place of the kit's two tools: "bfcl-link" joins
-// its inputs as they are, "bfcl-opt" prints the file. Sections hold textual IR, so.
+// its inputs as they are, "bfcl-opt" prints the file.
 #include "pkg.h"
 
 #include "support.h"

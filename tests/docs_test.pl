@@ -15,7 +15,7 @@ for my $page (map { abs_path($_) } @ARGV) {
   local (@ARGV, $/) = ($page);
   my $text = <>;
   chdir tempdir(CLEANUP => 1);
-  symlink "$root/examples", 'examples';
+  symlink "$root/$_", $_ for qw(examples share);
   while ($text =~ /(?:^; file (\S+)\n)?^```(?:\w+ (\S+)|\w*)\n(.*?)^```$/gms) {
     my ($file, $body) = ($1 // $2, $3);
     if (defined $file) { open my $out, '>', $file or die "$file: $!"; print $out $body; next }

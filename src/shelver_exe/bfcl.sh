@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: BSD-3-Clause
 # bfcl WORD [ARGUMENT...]: runs bfcl-WORD with the arguments, from this folder or else the PATH.
 if [ $# -eq 0 ]; then
-  echo "Usage: bfcl <word> [argument...]" >&2
+  echo "Usage: bfcl <word> [argument...], for example: bfcl library help" >&2
   exit 1
 fi
 word=$1

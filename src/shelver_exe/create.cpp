@@ -25,30 +25,32 @@ const char* NAMED_ARGS[NAMED_ARG_COUNT] = {"-name", "-vendor", "-version", "-o"}
 
 constexpr const char* TOOL_VERSION = "18.1.0.222";
 
-// Removes a file when it goes, unless it was kept.
+// Removes the file of a library that was begun when it goes, unless it was finished.
 class OutputGuard {
 public:
   explicit OutputGuard(std::string path) : m_path(std::move(path)) {}
   ~OutputGuard() {
-    if (!m_kept && file_is_a_regular_file(m_path)) {
+    if (m_armed && file_is_a_regular_file(m_path)) {
       unlink(m_path.c_str());
     }
   }
   OutputGuard(const OutputGuard&) = delete;
   OutputGuard& operator=(const OutputGuard&) = delete;
 
-  void keep() { m_kept = true; }
+  void arm() { m_armed = true; }
+  void disarm() { m_armed = false; }
 
 private:
   std::string m_path;
-  bool m_kept = false;
+  bool m_armed = false;
 };
 
 // One library in the making. Its members go in reverse order: the library is closed (which writes
 // it), then the bitcode files are removed, then the output file of a failed run.
 class LibraryBuild {
 public:
-  explicit LibraryBuild(const std::string& path) : m_path(path), m_output(path) {}
+  LibraryBuild(const std::string& path, const std::vector<std::string>& inputs)
+      : m_path(path), m_output(path), m_opencl(path, inputs) {}
 
   // Each prints what went wrong when it returns false.
   bool open();
@@ -60,7 +62,7 @@ public:
 private:
   bool add_hdl_package(vex_pkg_ptr package, const std::string& path);
   bool read_header(vex_pkg_file* package, const std::string& path);
-  bool parse_header(const std::string& path, std::string& first_function);
+  bool parse_header(const std::string& path, std::string& first_function, std::string& section);
   bool check_kernels() const;
 
   std::string m_path;
@@ -80,8 +82,10 @@ bool LibraryBuild::open() {
       vex_pkg_open_file(m_path.c_str(), default_show_mode | VEX_PKG_READ_WRITE | VEX_PKG_CREATE));
   if (m_library == nullptr) {
     std::printf("Error: Cannot create library file %s\n", m_path.c_str());
+    return false;
   }
-  return m_library != nullptr;
+  m_output.arm();
+  return true;
 }
 
 bool LibraryBuild::add_input(const std::string& path) {
@@ -119,9 +123,10 @@ bool LibraryBuild::read_header(vex_pkg_file* package, const std::string& path) {
   return true;
 }
 
-// Takes the functions of the header into the list and the table.
-bool LibraryBuild::parse_header(const std::string& path, std::string& first_function) {
-  std::string section;
+// Takes the functions of the header into the list and the table. Without any, both names stay
+// empty.
+bool LibraryBuild::parse_header(const std::string& path, std::string& first_function,
+                                std::string& section) {
   char* save = nullptr;
   for (char* line = shelver_strtok_r(m_header.get(), "\n", &save);
        line != nullptr && std::strcmp(line, END_OF_TABLE) != 0;
@@ -151,10 +156,10 @@ bool LibraryBuild::add_hdl_package(vex_pkg_ptr package, const std::string& path)
   }
   package.reset();
   std::string first_function;
-  if (!parse_header(path, first_function)) {
+  std::string section;
+  if (!parse_header(path, first_function, section)) {
     return false;
   }
-  const std::string section = first_function.empty() ? "" : COMP_SECTION_PREFIX + first_function;
   if (vex_pkg_section_exists(m_library.get(), section.c_str(), nullptr) != 0) {
     std::printf("Error: Library already has function named %s!\n", first_function.c_str());
     return false;
@@ -184,14 +189,14 @@ bool LibraryBuild::check_kernels() const {
 
 bool LibraryBuild::add_opencl_code() {
   const std::size_t hdl_count = m_functions.size();
-  if (!m_opencl.link_into(m_library.get(), m_path, m_kernels, m_functions) ||
+  if (!m_opencl.link_into(m_library.get(), m_kernels, m_functions) ||
       find_duplicates(m_functions,
                       "Error: Have more than one definition of component named %s!\n") != 0 ||
       !check_kernels()) {
     return false;
   }
   // Positions in the list as it is sorted now: with HDL functions in it, its last names need not be
-  // those of OpenCL functions. The compiler's driver knows tables of this kind.
+  // those of OpenCL functions.
   for (std::size_t i = hdl_count; i < m_functions.size(); ++i) {
     m_table += m_functions[i] + " LLVM_IR <clang_ir>\n";
   }
@@ -223,22 +228,12 @@ bool LibraryBuild::add_texts(const std::vector<std::string>& values) {
   return true;
 }
 
+// A run that could not print its progress fails, too.
 bool LibraryBuild::finish() {
-  if (vex_pkg_close_file_checked(m_library.release()) == 0) {
+  if (!close_new_package(std::move(m_library), m_path) || std::fflush(stdout) != 0) {
     return false;
   }
-  m_output.keep();
-  return true;
-}
-
-// The library is written over its output file, which a failed run removes: it must be no input.
-bool check_output_is_no_input(const std::string& output, const std::vector<std::string>& inputs) {
-  const auto id = find_file_id(output);
-  if (id && std::any_of(inputs.begin(), inputs.end(),
-                        [&id](const std::string& input) { return find_file_id(input) == id; })) {
-    std::printf("Error: Output file %s is also an input file!\n", output.c_str());
-    return false;
-  }
+  m_output.disarm();
   return true;
 }
 
@@ -257,7 +252,7 @@ std::string choose_output(const std::vector<std::string>& values) {
 
 int build_library(const std::string& output, const std::vector<std::string>& inputs,
                   const std::vector<std::string>& values) {
-  LibraryBuild build(output);
+  LibraryBuild build(output, inputs);
   if (!build.open()) {
     return 1;
   }

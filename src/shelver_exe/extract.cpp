@@ -10,9 +10,13 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <new>
+#include <string>
+#include <string_view>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -59,7 +63,7 @@ bool CModelExtraction::extract_component(const char* section) {
   char* save = nullptr;
   for (const char* name = shelver_strtok_r(names.get(), "\n", &save); name != nullptr;
        name = shelver_strtok_r(nullptr, "\n", &save)) {
-    if (std::strncmp(name, C_MODEL_SECTION_PREFIX, std::strlen(C_MODEL_SECTION_PREFIX)) == 0 &&
+    if (std::string_view(name).starts_with(C_MODEL_SECTION_PREFIX) &&
         !extract_file(component.get(), section, name)) {
       return false;
     }
@@ -112,6 +116,10 @@ bool CModelExtraction::extract_file(vex_pkg_file* component, const char* section
   std::printf("%s\n", output.c_str());
   if (vex_pkg_read_section_into_file(component, model.c_str(), output.c_str()) == 0) {
     std::printf("Cannot write section %s to file %s!\n", model.c_str(), output.c_str());
+    // The next run would take a part of the file for the whole.
+    if (file_is_a_regular_file(output)) {
+      unlink(output.c_str());
+    }
     return false;
   }
   return true;
@@ -175,6 +183,9 @@ int extract_clang_ir(int argc, char** argv) {
     return 1;
   }
   const std::string output = std::string(argv[4]) + "/" + base_name(path) + "." + ir_type + ".bc";
+  if (!check_output_is_no_input(output, {path})) {
+    return 1;
+  }
   std::printf("%s\n", output.c_str());
   if (vex_pkg_read_section_into_file(library.get(), section.c_str(), output.c_str()) == 0) {
     std::printf("Could not write section %s to file %s!\n", section.c_str(), output.c_str());

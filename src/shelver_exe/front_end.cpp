@@ -4,6 +4,7 @@
 #include "vex_assert.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 
 #include <sys/stat.h>
@@ -26,6 +27,24 @@ std::optional<FileId> find_file_id(const std::string& path) {
     return std::nullopt;
   }
   return FileId{status.st_dev, status.st_ino};
+}
+
+bool check_output_is_no_input(const std::string& output, const std::vector<std::string>& inputs) {
+  const auto id = find_file_id(output);
+  if (id && std::any_of(inputs.begin(), inputs.end(),
+                        [&id](const std::string& input) { return find_file_id(input) == id; })) {
+    std::printf("Error: Output file %s is also an input file!\n", output.c_str());
+    return false;
+  }
+  return true;
+}
+
+bool close_new_package(vex_pkg_ptr pkg, const std::string& path) {
+  if (vex_pkg_close_file_checked(pkg.release()) == 0) {
+    std::printf("Error: Couldn't write file %s!\n", path.c_str());
+    return false;
+  }
+  return true;
 }
 
 char* grow_string(char* buffer, std::size_t needed, std::size_t* capacity) {

@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #pragma once
 
+#include "pkg.h"
+
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <sys/types.h>
 
@@ -27,9 +30,17 @@ struct FileId {
 };
 std::optional<FileId> find_file_id(const std::string& path);
 
-// Returns a malloc'ed buffer with more room than `needed` bytes: the given one while its capacity
-// exceeds the need, else a reallocated one of twice the capacity or the need, whichever is larger.
-// A null buffer with capacity 0 is allocated with exactly the need. Aborts when memory is out.
+// An output file is written over what stands there, which must not be a file that the command
+// reads. False, after a message, when one of the inputs leads to the same file.
+bool check_output_is_no_input(const std::string& output, const std::vector<std::string>& inputs);
+
+// Closes a package that was made and returns whether it stands whole in its file; if not, a message
+// follows the container's.
+bool close_new_package(vex_pkg_ptr pkg, const std::string& path);
+
+// Returns a malloc'ed buffer of at least `needed` bytes: the given one while its capacity exceeds
+// the need, else a reallocated one of twice the capacity or the need, whichever is larger. A null
+// buffer with capacity 0 is allocated with exactly the need. Aborts when memory is out.
 char* grow_string(char* buffer, std::size_t needed, std::size_t* capacity);
 
 // The two parts with a "/" between them, or the other one when a part is empty.

@@ -45,6 +45,9 @@ int run(int argc, char** argv) {
   // With options alone, the second slot still holds what it held: "-v", no command.
   const char* word = argc > 1 ? argv[1] : nullptr;
   if (word == nullptr) {
+    if (kept != 1) {
+      show_help(argv[0], nullptr);
+    }
     return 0;
   }
   for (const Command& command : COMMANDS) {

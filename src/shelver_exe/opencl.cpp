@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 #include <unistd.h>
 
@@ -13,14 +14,10 @@ namespace {
 
 constexpr std::size_t LINE_SIZE = 4095; // bytes, the NUL included; longer lines come in pieces
 
-bool starts_with(const char* text, const char* prefix) {
-  return std::strncmp(text, prefix, std::strlen(prefix)) == 0;
-}
-
 // A file name as one word of a shell command: within double quotes, with a backslash before what
 // the shell would still read there. A name that begins with "-" would be an option to the tool.
 std::string quote(const std::string& file) {
-  std::string word = starts_with(file.c_str(), "-") ? "\"./" : "\"";
+  std::string word = file.starts_with('-') ? "\"./" : "\"";
   for (const char c : file) {
     if (std::strchr("\"$`\\", c) != nullptr) {
       word += '\\';
@@ -75,33 +72,29 @@ void extract_function_and_kernel_lists(std::FILE* stream, std::vector<std::strin
                                        std::vector<std::string>& functions) {
   std::array<char, LINE_SIZE> line = {};
   while (std::fgets(line.data(), LINE_SIZE, stream) != nullptr) {
-    if (!starts_with(line.data(), "define ")) {
+    const std::string_view text = line.data();
+    if (!text.starts_with("define ")) {
       continue;
     }
     if (verbose != 0) {
       std::printf("   %s", line.data());
     }
-    const char* fname_start = std::strchr(line.data(), '@');
-    const char* fname_end = std::strchr(line.data(), '(');
-    if (fname_start == nullptr || fname_end == nullptr) {
+    const std::size_t fname_start = text.find('@');
+    const std::size_t fname_end = text.find('(');
+    if (fname_start == std::string_view::npos || fname_end == std::string_view::npos) {
       continue;
     }
     VEX_ASSERT(fname_end > fname_start + 1);
-    functions.emplace_back(fname_start + 1, fname_end);
-    if (starts_with(line.data(), "define spir_kernel ")) {
+    functions.emplace_back(text.substr(fname_start + 1, fname_end - fname_start - 1));
+    if (text.starts_with("define spir_kernel ")) {
       kernels.push_back(functions.back());
     }
   }
 }
 
 OpenClCode::~OpenClCode() {
-  for (const Target& target : m_targets) {
-    for (const std::string& file : target.files) {
-      unlink(file.c_str());
-    }
-    if (!target.linked_file.empty()) {
-      unlink(target.linked_file.c_str());
-    }
+  for (const std::string& file : m_written) {
+    unlink(file.c_str());
   }
 }
 
@@ -109,40 +102,71 @@ bool OpenClCode::is_in(vex_pkg_file* package) {
   return vex_pkg_section_exists(package, CLANG_IR_TYPE_SECT_NAME[LINUX_TARGET], nullptr) != 0;
 }
 
+// A bitcode file is written over what stands there, and removed in the end.
+bool OpenClCode::check_is_ours_to_write(const std::string& file) const {
+  return check_output_is_no_input(file, m_inputs) &&
+         check_output_is_no_input(file, {m_library_path});
+}
+
+bool OpenClCode::take_section(vex_pkg_file* package, const char* section, const std::string& file) {
+  if (!check_is_ours_to_write(file)) {
+    return false;
+  }
+  const bool existed = file_is_a_regular_file(file);
+  const bool written = vex_pkg_read_section_into_file(package, section, file.c_str()) != 0;
+  // A part of the file must go, too; one that was there and could not be opened must not.
+  if (written || !existed) {
+    m_written.push_back(file);
+  }
+  if (!written) {
+    std::printf("Error: Couldn't write section %s into a new file %s!\n", section, file.c_str());
+  }
+  return written;
+}
+
 bool OpenClCode::take(vex_pkg_file* package, const std::string& path) {
-  for (std::size_t i = 0; i < m_targets.size(); ++i) {
+  for (std::size_t i = 0; i < m_files.size(); ++i) {
     const char* section = CLANG_IR_TYPE_SECT_NAME[i];
     if (vex_pkg_section_exists(package, section, nullptr) == 0) {
       continue;
     }
-    // Listed before it is written, so that a part of it is removed too.
-    const std::string& file = m_targets[i].files.emplace_back(path + section + ".bc");
-    if (vex_pkg_read_section_into_file(package, section, file.c_str()) == 0) {
-      std::printf("Error: Couldn't write section %s into a new file %s!\n", section, file.c_str());
+    const std::string file = path + section + ".bc";
+    if (!take_section(package, section, file)) {
       return false;
     }
+    m_files[i].push_back(file);
   }
   return true;
 }
 
-bool OpenClCode::link_into(vex_pkg_file* library, const std::string& library_path,
-                           std::vector<std::string>& kernels, std::vector<std::string>& functions) {
-  for (std::size_t i = 0; i < m_targets.size(); ++i) {
-    Target& target = m_targets[i];
-    if (target.files.empty()) {
+bool OpenClCode::link_target(vex_pkg_file* library, const char* section,
+                             const std::vector<std::string>& files,
+                             const std::string& linked_file) {
+  if (!check_is_ours_to_write(linked_file)) {
+    return false;
+  }
+  m_written.push_back(linked_file);
+  if (!run_linker(files, linked_file)) {
+    return false;
+  }
+  if (vex_pkg_add_data_section_from_file(library, section, linked_file.c_str()) == 0) {
+    std::printf("Error: Cannot add linked OpenCL section package file %s to the library!\n",
+                linked_file.c_str());
+    return false;
+  }
+  return true;
+}
+
+bool OpenClCode::link_into(vex_pkg_file* library, std::vector<std::string>& kernels,
+                           std::vector<std::string>& functions) {
+  for (std::size_t i = 0; i < m_files.size(); ++i) {
+    if (m_files[i].empty()) {
       continue;
     }
     const char* section = CLANG_IR_TYPE_SECT_NAME[i];
-    target.linked_file = library_path + section + ".bc";
-    if (!run_linker(target.files, target.linked_file)) {
-      return false;
-    }
-    if (vex_pkg_add_data_section_from_file(library, section, target.linked_file.c_str()) == 0) {
-      std::printf("Error: Cannot add linked OpenCL section package file %s to the library!\n",
-                  target.linked_file.c_str());
-      return false;
-    }
-    if (i == LINUX_TARGET && !discover_functions(target.linked_file, kernels, functions)) {
+    const std::string linked_file = m_library_path + section + ".bc";
+    if (!link_target(library, section, m_files[i], linked_file) ||
+        (i == LINUX_TARGET && !discover_functions(linked_file, kernels, functions))) {
       return false;
     }
   }

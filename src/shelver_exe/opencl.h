@@ -30,7 +30,9 @@ void extract_function_and_kernel_lists(std::FILE* stream, std::vector<std::strin
 // bitcode files it writes next to the inputs and the library are removed with it.
 class OpenClCode {
 public:
-  OpenClCode() = default;
+  // For the library that is to be made at that path from those inputs.
+  OpenClCode(std::string library_path, const std::vector<std::string>& inputs)
+      : m_library_path(std::move(library_path)), m_inputs(inputs) {}
   ~OpenClCode();
   OpenClCode(const OpenClCode&) = delete;
   OpenClCode& operator=(const OpenClCode&) = delete;
@@ -45,14 +47,17 @@ public:
   // Links the files of each target by running "bfcl-link" into LIBRARY_PATH + SECTION + ".bc", adds
   // the results to the library, and appends the functions that "bfcl-opt -S" shows in the Linux
   // target's to the lists. False on failure, after a message but for a linker that fails.
-  bool link_into(vex_pkg_file* library, const std::string& library_path,
-                 std::vector<std::string>& kernels, std::vector<std::string>& functions);
+  bool link_into(vex_pkg_file* library, std::vector<std::string>& kernels,
+                 std::vector<std::string>& functions);
 
 private:
-  struct Target {
-    std::vector<std::string> files;
-    std::string linked_file;
-  };
+  bool take_section(vex_pkg_file* package, const char* section, const std::string& file);
+  bool link_target(vex_pkg_file* library, const char* section,
+                   const std::vector<std::string>& files, const std::string& linked_file);
+  bool check_is_ours_to_write(const std::string& file) const;
 
-  std::array<Target, CLANG_IR_TYPE_SECT_NAME.size()> m_targets;
+  std::string m_library_path;
+  const std::vector<std::string>& m_inputs;
+  std::array<std::vector<std::string>, CLANG_IR_TYPE_SECT_NAME.size()> m_files; // of each target
+  std::vector<std::string> m_written;                                           // to be removed
 };

@@ -119,23 +119,16 @@ bool add_contents(vex_pkg_file* pkg, PackageContents& contents, const std::strin
   return true;
 }
 
-// The package is written over its output file, which must not be one of those that it is made from.
-bool check_output_is_no_input(const std::string& output_file, const std::string& spec_path,
-                              const PackageContents& contents) {
-  const auto output = find_file_id(output_file);
-  if (!output) {
-    return true;
+// The paths of all files that the package is made from.
+std::vector<std::string> find_input_files(const std::string& spec_path,
+                                          const PackageContents& contents) {
+  std::vector<std::string> paths = {spec_path};
+  for (const auto* names : {&contents.sources, &contents.c_models}) {
+    for (const std::string& name : *names) {
+      paths.push_back(my_strjoin(directory_part(spec_path), name));
+    }
   }
-  const auto is_output = [&](const std::string& name) {
-    return find_file_id(my_strjoin(directory_part(spec_path), name)) == output;
-  };
-  if (find_file_id(spec_path) == output ||
-      std::any_of(contents.sources.begin(), contents.sources.end(), is_output) ||
-      std::any_of(contents.c_models.begin(), contents.c_models.end(), is_output)) {
-    std::printf("Error: Output file %s is also an input file!\n", output_file.c_str());
-    return false;
-  }
-  return true;
+  return paths;
 }
 
 } // namespace
@@ -229,7 +222,7 @@ int create_component_container(int argc, char** argv) {
   }
   VEX_ASSERT(!output_file.empty());
   PackageContents contents(spec.get());
-  if (!check_output_is_no_input(output_file, spec_path, contents)) {
+  if (!check_output_is_no_input(output_file, find_input_files(spec_path, contents))) {
     return 1;
   }
   vex_pkg_ptr pkg(vex_pkg_open_file(output_file.c_str(),
@@ -242,6 +235,6 @@ int create_component_container(int argc, char** argv) {
                              find_max_directory_depth(contents.c_models));
   const std::string prefix = gen_directory_prefix(depth, directory_part(spec_path));
   const bool added = add_contents(pkg.get(), contents, prefix, spec_path);
-  const bool written = vex_pkg_close_file_checked(pkg.release()) != 0;
+  const bool written = close_new_package(std::move(pkg), output_file);
   return added && written ? 0 : 1;
 }

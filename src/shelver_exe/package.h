@@ -42,7 +42,8 @@ struct PkgSectionKind {
 int find_max_directory_depth(const std::vector<std::string>& names);
 
 // The directory prefix for that depth: the last `depth` directories of the working directory joined
-// with `spec_dir`. Ends the process with status 1, after a message, when there are not as many.
+// with `spec_dir`. Ends the process with status 1, after a message, when there are not as many or
+// the working directory has no name that fits.
 std::string gen_directory_prefix(int depth, const std::string& spec_dir);
 
 // Adds the file at `path` as the section prefix + name. 1, or 0 after a message.

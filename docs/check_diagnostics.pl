@@ -1,0 +1,43 @@
+#!/usr/bin/perl
+# SPDX-License-Identifier: BSD-3-Clause
+# Prints each message text of src/ that diagnostics.md does not hold. A text is a run of string
+# literals with two words in it; what a format or a name fills in is a gap between its parts.
+use strict;
+use warnings;
+use File::Find;
+my $root = __FILE__ =~ s{[^/]*$}{..}r;
+
+sub slurp {
+  local (@ARGV, $/) = @_;
+  my $text = <>;
+  return $text;
+}
+
+sub squeeze { return $_[0] =~ s/\s+/ /gr }
+
+my $page = squeeze(slurp("$root/docs/diagnostics.md") =~ s/^> ?//gmr);
+my ($texts, $missing) = (0, 0);
+
+sub check {
+  # The usage texts stand in the man page; the model is printed for debugging only.
+  return if !/\.cpp$/ || m{/usage\.cpp$};
+  my $file = $_;
+  my $code = slurp($file) =~ s{//.*}{}gr =~ s/^#.*//gmr;
+  while ($code =~ /((?:"(?:[^"\\]|\\.)*"\s*)+)/g) {
+    my $text = join '', $1 =~ /"((?:[^"\\]|\\.)*)"/g;
+    $text =~ s/\\n/ /g;
+    $text =~ s/\\(["\\])/$1/g;
+    next if $text !~ /[a-z<>=]{2,}'? +[a-z!=<(]{2,}/i || $text =~ /^ {4}/ || $text =~ /\[xml\]/;
+    ++$texts;
+    for my $part (map { squeeze($_) } split /%(?:\d*z?[sdux])|<[A-Z_]*$/, $text) {
+      $part =~ s/^ | $//g;
+      next if length $part < 3 || index($page, $part) >= 0;
+      print "$file: $part\n";
+      ++$missing;
+    }
+  }
+}
+
+find({ wanted => \&check, no_chdir => 1 }, "$root/src");
+print "$texts texts, $missing missing\n";
+exit($missing > 0 || $texts < 50);
