@@ -1,7 +1,8 @@
 /* SPDX-License-Identifier: BSD-3-Clause */
-/* Preloaded into a program, breaks one call of the C library: the FAULT_AT-th one of the function FAULT_CALL. The
- * FAULT_ACTION is "fail" (an error), "end" (nothing more comes, as from a file that shrank) or "kill" (SIGKILL). A
- * broken write writes half. The file FAULT_MARK is made when the call comes. Child processes run as ever. */
+/* Preloaded into a program, breaks one call of the C library: the FAULT_AT-th one of the function
+ * FAULT_CALL. The FAULT_ACTION is "fail" (an error), "end" (nothing more comes, as from a file that
+ * shrank) or "kill" (SIGKILL). A broken write writes half. The file FAULT_MARK is made when the
+ * call comes. Child processes run as ever. */
 #include <errno.h>
 #include <signal.h>
 #include <stddef.h>
@@ -28,7 +29,9 @@ __attribute__((constructor)) static void set_up(void) {
   unsetenv("LD_PRELOAD");
 }
 
-static int is_action(const char* name) { return strcmp(action, name) == 0; }
+static int is_action(const char* name) {
+  return strcmp(action, name) == 0;
+}
 
 static int is_broken(const char* name) {
   if (call == NULL || strcmp(call, name) != 0 || --countdown != 0) {
@@ -38,24 +41,24 @@ static int is_broken(const char* name) {
   return 1;
 }
 
-/* In the place of the headers that declare these functions, types of the same size. A broken call does `first` all the
- * same, as closing does, and returns `result`. */
-#define WRAP(type, name, params, args, first, result)                                                                  \
-  type name params;                                                                                                    \
-  type name params {                                                                                                   \
-    static type(*next) params;                                                                                         \
-    if (next == NULL) {                                                                                                \
-      *(void**)&next = dlsym((void*)-1L /* RTLD_NEXT */, #name);                                                       \
-    }                                                                                                                  \
-    if (!is_broken(#name)) {                                                                                           \
-      return next args;                                                                                                \
-    }                                                                                                                  \
-    first;                                                                                                             \
-    if (is_action("kill")) {                                                                                           \
-      syscall(SYS_kill, syscall(SYS_getpid), SIGKILL);                                                                 \
-    }                                                                                                                  \
-    errno = EIO;                                                                                                       \
-    return result;                                                                                                     \
+/* In the place of the headers that declare these functions, types of the same size. A broken call
+ * does `first` all the same, as closing does, and returns `result`. */
+#define WRAP(type, name, params, args, first, result)                                              \
+  type name params;                                                                                \
+  type name params {                                                                               \
+    static type(*next) params;                                                                     \
+    if (next == NULL) {                                                                            \
+      *(void**)&next = dlsym((void*)-1L /* RTLD_NEXT */, #name);                                   \
+    }                                                                                              \
+    if (!is_broken(#name)) {                                                                       \
+      return next args;                                                                            \
+    }                                                                                              \
+    first;                                                                                         \
+    if (is_action("kill")) {                                                                       \
+      syscall(SYS_kill, syscall(SYS_getpid), SIGKILL);                                             \
+    }                                                                                              \
+    errno = EIO;                                                                                   \
+    return result;                                                                                 \
   }
 #define NOTHING (void)0
 #define ERROR_OR_END (is_action("end") ? 0 : -1)
@@ -64,8 +67,10 @@ static int is_broken(const char* name) {
 WRAP(int, open, (const char* path, int flags, unsigned mode), (path, flags, mode), NOTHING, -1)
 WRAP(int, close, (int fd), (fd), next(fd), -1)
 WRAP(long, read, (int fd, void* to, size_t size), (fd, to, size), NOTHING, ERROR_OR_END)
-WRAP(long, pread, (int fd, void* to, size_t size, long at), (fd, to, size, at), NOTHING, ERROR_OR_END)
-WRAP(long, pwrite, (int fd, const void* from, size_t size, long at), (fd, from, size, at), next(fd, from, size / 2, at), -1)
+WRAP(long, pread, (int fd, void* to, size_t size, long at), (fd, to, size, at), NOTHING,
+     ERROR_OR_END)
+WRAP(long, pwrite, (int fd, const void* from, size_t size, long at), (fd, from, size, at),
+     next(fd, from, size / 2, at), -1)
 WRAP(int, fsync, (int fd), (fd), NOTHING, -1)
 WRAP(int, ftruncate, (int fd, long size), (fd, size), NOTHING, -1)
 WRAP(int, stat, (const char* path, void* status), (path, status), NOTHING, -1)
@@ -74,21 +79,28 @@ WRAP(int, mkdir, (const char* path, unsigned mode), (path, mode), NOTHING, -1)
 WRAP(int, unlink, (const char* path), (path), NOTHING, -1)
 WRAP(int, rename, (const char* from, const char* to), (from, to), NOTHING, -1)
 WRAP(char*, getcwd, (char* to, size_t size), (to, size), NOTHING, NULL)
-WRAP(void*, mmap, (void* at, size_t size, int prot, int flags, int fd, long offset), (at, size, prot, flags, fd, offset),
-     NOTHING, (void*)-1L)
+WRAP(void*, mmap, (void* at, size_t size, int prot, int flags, int fd, long offset),
+     (at, size, prot, flags, fd, offset), NOTHING, (void*)-1L)
 WRAP(void*, fopen, (const char* path, const char* mode), (path, mode), NOTHING, NULL)
 WRAP(void*, fdopen, (int fd, const char* mode), (fd, mode), NOTHING, NULL)
 WRAP(void*, popen, (const char* command, const char* mode), (command, mode), NOTHING, NULL)
 WRAP(int, system, (const char* command), (command), NOTHING, -1)
-WRAP(size_t, fread, (void* to, size_t size, size_t n, void* file), (to, size, n, file), MARK_ERROR, 0)
+WRAP(size_t, fread, (void* to, size_t size, size_t n, void* file), (to, size, n, file), MARK_ERROR,
+     0)
 WRAP(char*, fgets, (char* to, int size, void* file), (to, size, file), MARK_ERROR, NULL)
-WRAP(size_t, fwrite, (const void* from, size_t size, size_t n, void* file), (from, size, n, file), MARK_ERROR,
-     next(from, size, n / 2, file))
+WRAP(size_t, fwrite, (const void* from, size_t size, size_t n, void* file), (from, size, n, file),
+     MARK_ERROR, next(from, size, n / 2, file))
 WRAP(int, fclose, (void* file), (file), next(file), -1)
 WRAP(int, pclose, (void* file), (file), next(file), -1)
 WRAP(int, fflush, (void* file), (file), MARK_ERROR, -1)
 
 /* Finding the next of these would allocate. All three count as malloc. */
-void* malloc(size_t size) { return is_broken("malloc") ? NULL : __libc_malloc(size); }
-void* calloc(size_t n, size_t size) { return is_broken("malloc") ? NULL : __libc_calloc(n, size); }
-void* realloc(void* old, size_t size) { return is_broken("malloc") ? NULL : __libc_realloc(old, size); }
+void* malloc(size_t size) {
+  return is_broken("malloc") ? NULL : __libc_malloc(size);
+}
+void* calloc(size_t n, size_t size) {
+  return is_broken("malloc") ? NULL : __libc_calloc(n, size);
+}
+void* realloc(void* old, size_t size) {
+  return is_broken("malloc") ? NULL : __libc_realloc(old, size);
+}

@@ -95,6 +95,20 @@ TEST_F(Library, RefusedInputs) {
   EXPECT_EQ(a, read_file("a.bfco"));
 }
 
+TEST_F(Library, AnOutputThatCannotBeOpenedStays) {
+  const Outcome result = run({"sh", "-c",
+                              "cp /bin/sleep busy; ./busy 9 & sleep .1; " BFCL_BIN_DIR
+                              "/bfcl-library create -o busy a.bfco; status=$?; kill $!; exit $status"});
+  EXPECT_EQ(1, result.status);
+  EXPECT_EQ("Error: Cannot create library file busy\n", result.out);
+  EXPECT_TRUE(std::filesystem::exists("busy"));
+}
+
+TEST_F(Library, AnOutputThatCannotBePrintedLeavesNoLibrary) {
+  EXPECT_EQ(1, run({"sh", "-c", BFCL_BIN_DIR "/bfcl-library create -v -o out a.bfco >/dev/full"}).status);
+  EXPECT_FALSE(std::filesystem::exists("out"));
+}
+
 TEST_F(Library, FunctionsAreDefinedOnce) {
   // The second function of one package is the first of another.
   const std::string spec = "a/spec.xml";
@@ -173,6 +187,9 @@ TEST_F(Library, CModelExtractionFailures) {
                  "dest/lib_.vex.comp.fa_fa.cl\n"
                  "Cannot write section .c_model.fa.cl to file dest/lib_.vex.comp.fa_fa.cl!\n",
                  "Couldn't open file for writing: No such file or directory\n");
+  const Outcome full = run({"sh", "-c", "(ulimit -f 0; " BFCL_BIN_DIR "/bfcl-library extract_c_models lib .) | cat"});
+  EXPECT_NE(std::string::npos, full.out.find("Cannot write section .c_model.fa.cl to file")) << full.out;
+  EXPECT_FALSE(std::filesystem::exists("lib_.vex.comp.fa_fa.cl"));
   std::filesystem::remove(".emu_models");
   expect_failure({"extract_c_models", "bad_section", "."},
                  "Error: Library file bad_section doesn't have component header section .vex.comp.fx!\n");

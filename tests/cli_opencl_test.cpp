@@ -166,6 +166,33 @@ TEST_F(OpenCl, UnwritableBitcodeFile) {
   EXPECT_TRUE(std::filesystem::is_directory(file));
 }
 
+// The files that bitcode goes into may not be those that the command was given.
+TEST_F(OpenCl, BitcodeFilesSpareInputsAndOutput) {
+  const std::string suffix = std::string(LINUX) + ".bc";
+  for (const std::string& name : {std::string("a"), "a" + suffix, "b" + suffix}) {
+    write_package(name, {{LINUX, "define void @f()\n"}});
+  }
+  const std::string bitcode = read_file("a" + suffix);
+  const struct {
+    std::vector<std::string> words;
+    std::string refused;
+  } cases[] = {
+      {{"create", "-o", "lib", "a", "a" + suffix}, "a" + suffix},
+      {{"create", "-o", "a" + suffix + "x", "a", "a" + suffix}, "a" + suffix},
+      {{"create", "-o", "b", "a", "b" + suffix}, "b" + suffix},
+  };
+  for (const auto& c : cases) {
+    const Outcome result = library(c.words);
+    EXPECT_EQ(1, result.status);
+    EXPECT_EQ("Error: Output file " + c.refused + " is also an input file!\n", result.out);
+    EXPECT_EQ(bitcode, read_file(c.refused));
+  }
+  std::filesystem::remove("a" + suffix);
+  EXPECT_EQ(1, library({"create", "-o", "a" + suffix, "a"}).status);
+  std::filesystem::remove("link.log");
+  EXPECT_EQ("a b" + suffix + " tools", files());
+}
+
 // Names reach the tools as they are, whatever the shell would make of them.
 TEST_F(OpenCl, HostileFileNames) {
   const std::vector<std::string> names = {"-o",   "-x",          "a b",  "$HOME", "`touch ran`", "$(touch ran)",

@@ -5,6 +5,7 @@
 #include "support.h"
 
 #include <memory>
+#include <random>
 #include <sstream>
 
 namespace {
@@ -358,6 +359,32 @@ TEST_F(Files, Searches) {
   std::vector<bool> too_few;
   EXPECT_DEATH(vex::efi::xml::strings_in_file("f", {"x"}, too_few),
                "src/EFISpecXml.*`result.size\\(\\) == keys.size\\(\\)'");
+}
+
+// The search of blocks against that of lines, over texts and keys of few letters.
+TEST_F(Files, SearchesFindWhatLinesHold) {
+  std::mt19937 random(1);
+  const auto text_of = [&random](std::size_t size) {
+    std::string text;
+    while (text.size() < size) {
+      text += "abc\n"[random() % (random() % 8 == 0 ? 4 : 3)];
+    }
+    return text;
+  };
+  for (int round = 0; round < 300; ++round) {
+    const std::string text = text_of(random() % (round % 3 == 0 ? 20000 : 200));
+    std::vector<std::string> keys;
+    std::vector<bool> expected;
+    for (int key = 0; key < 20; ++key) {
+      keys.push_back(text_of(random() % 14));
+      expected.push_back(!text.empty() && keys.back().find('\n') == std::string::npos &&
+                         text.find(keys.back()) != std::string::npos);
+    }
+    std::vector<bool> found(keys.size());
+    write_file("text", text);
+    vex::efi::xml::strings_in_file("text", keys, found);
+    ASSERT_EQ(expected, found) << round;
+  }
 }
 
 TEST_F(Files, ComponentChecks) {

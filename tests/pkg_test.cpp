@@ -298,6 +298,48 @@ TEST_F(Pkg, UpdatedStringTableCanStillGrow) {
   EXPECT_EQ("new", read_section(pkg.get(), "a"));
 }
 
+// A table taken from itself, and the same table again and again.
+TEST_F(Pkg, StringTableUpdatesKeepIndexAndMemoryInOrder) {
+  make_package();
+  const char table[] = "\0X"; // no end, and most names beyond it: adding gives sections new names
+  {
+    const vex_pkg_ptr pkg = open_package("good", EDIT);
+    void* old = nullptr;
+    ASSERT_EQ(1U, vex_pkg_read_section_transient(pkg.get(), ".shstrtab", &old));
+    for (int i = 0; i < 100; ++i) {
+      ASSERT_EQ(1U, vex_pkg_update_section(pkg.get(), ".shstrtab", old, 17));
+      ASSERT_EQ(1U, vex_pkg_add_data_section(pkg.get(), std::to_string(i).c_str(), "", 0));
+    }
+    ASSERT_EQ(1U, vex_pkg_update_section(pkg.get(), ".shstrtab", table, 2));
+    ASSERT_EQ(1U, vex_pkg_add_data_section(pkg.get(), "0123456789abcdefgh", "", 0));
+    EXPECT_EQ("0123456789", read_section(pkg.get(), "abcdefgh"));
+  }
+  EXPECT_EQ("0123456789", read_section(open_package("good", READ).get(), "abcdefgh"));
+}
+
+TEST_F(Pkg, LargeSourcesNeedNotBeCopied) {
+  const std::string large(100000, 'x');
+  write_file("large", large);
+  write_file("changing", large);
+  vex_pkg_ptr pkg = open_package("p", CREATE);
+  for (const char* name : {"read", "written out", "updated", "kept"}) {
+    ASSERT_EQ(1U, vex_pkg_add_data_section_from_file(pkg.get(), name, "changing"));
+  }
+  EXPECT_EQ(large, read_section(pkg.get(), "read"));
+  EXPECT_EQ(1U, vex_pkg_read_section_into_file(pkg.get(), "written out", "changing")); // onto itself
+  EXPECT_EQ(large, read_file("changing"));
+  EXPECT_EQ(1U, vex_pkg_update_section_from_file(pkg.get(), "updated", "large"));
+  write_file("changing", "short");
+  EXPECT_EQ(large, read_section(pkg.get(), "read")); // a copy by now
+  const Printed printed = capture([&] {
+    EXPECT_EQ("(unreadable)", read_section(pkg.get(), "kept"));
+    write_file("changing", large);
+    EXPECT_EQ(0U, vex_pkg_close_file_checked(pkg.release()));
+  });
+  EXPECT_NE(std::string::npos, printed.err.find("vex_pkg_close_file: File changing changed while it was packaged\n"))
+      << printed.err;
+}
+
 // Whatever a file is, a handle on it behaves as a package without that section.
 TEST_F(Pkg, DamagedFilesHaveNoSections) {
   const std::string good = make_package();
@@ -325,6 +367,8 @@ TEST_F(Pkg, DamagedFilesHaveNoSections) {
       {"name beyond the table", with_bytes(good, header_at(good, 3, 0), word(0x7fffffff))},
       {"section beyond the file", with_bytes(good, header_at(good, 3, 20), word(0x7fffffff))},
       {"section without bytes", with_bytes(good, header_at(good, 3, 4), word(8))},
+      {"section without bytes or size",
+       with_bytes(with_bytes(good, header_at(good, 3, 4), word(8)), header_at(good, 3, 20), word(0))},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);

@@ -4,6 +4,7 @@
 #include "usage.h"
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -62,6 +63,8 @@ int run(int argc, char** argv) {
 } // namespace
 
 int main(int argc, char** argv) {
+  // A write beyond a file-size limit fails like one on a full disk, instead of ending the process.
+  std::signal(SIGXFSZ, SIG_IGN);
   int status = 1;
   try {
     status = run(argc, argv);
