@@ -8,7 +8,7 @@ import csv
 import shutil
 from pathlib import Path
 
-from measure import alternate, function_text, make_component, remove, run, verilog, write_spec
+from measure import alternate, function_text, make_component, remove, run, write_spec, write_verilog
 
 MIB = 1 << 20
 
@@ -74,7 +74,7 @@ def validating(program, root, count):
     folder = root / f"validate-{count}"
     folder.mkdir()
     names = [f"f{i:05}" for i in range(count)]
-    (folder / "top.v").write_text(verilog(64 * 1024, 1))
+    write_verilog(folder / "top.v", 64 * 1024, 1)
     (folder / "model.cl").write_text("".join(f"int {name}(int a);\n" for name in names))
     write_spec(folder / "spec.xml", [function_text(name, ["top.v"], ["model.cl"]) for name in names])
     return folder, {"bfcl": [program, "-c", "spec.xml", "-o", "out"]}
@@ -85,7 +85,7 @@ def searching(program, root):
     folder = root / "search"
     folder.mkdir()
     names = [f"signal_{i:02}_port" for i in range(50)]
-    (folder / "big.v").write_text(verilog(256 * MIB, 1, "\n".join(names[:-1]) + "\n"))
+    write_verilog(folder / "big.v", 256 * MIB, 1, "\n".join(names[:-1]) + "\n")
     (folder / "names").write_text("\n".join(names) + "\n")
     (folder / "model.cl").write_text("int f(int a);\n")
     write_spec(folder / "spec.xml", [function_text("f", ["big.v"], ["model.cl"], names)])

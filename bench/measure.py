@@ -77,8 +77,6 @@ def written(path):
     return path.stat().st_size if path.exists() else 0
 
 
-SPEC_HEAD = """<RTL_SPEC>
-"""
 SIGNALS = "".join(
     f'<VEYRA port="{s}" type="{s}"/>' for s in ("clock", "resetn", "iready", "ivalid", "oready", "ovalid")
 )
@@ -103,14 +101,19 @@ def write_spec(path, functions):
     path.write_text("<RTL_SPEC>\n" + "".join(functions) + "</RTL_SPEC>\n")
 
 
-def verilog(size, seed, ending=""):
-    """Text of that many bytes which looks like a module."""
+def write_verilog(path, size, seed, ending=""):
+    """A text of that many bytes which looks like a module, written piece by piece: what this process
+    holds in memory would count as the measured programs' peak."""
     random.seed(seed)
     words = ["assign", "wire [31:0]", "reg", "always @(posedge clock)", "begin", "end", "data_in", "if (resetn)"]
-    text = "module top(clock, data_in);\n"
-    line = "".join(f"  {random.choice(words)} r{random.randrange(9999)};\n" for _ in range(2000))
-    body = (line * (size // len(line) + 1))[: size - len(text) - len(ending)]
-    return text + body + ending
+    lines = "".join(f"  {random.choice(words)} r{random.randrange(9999)};\n" for _ in range(2000))
+    head = "module top(clock, data_in);\n"
+    left = size - len(head) - len(ending)
+    with open(path, "w", encoding="ascii") as file:
+        file.write(head)
+        while left > 0:
+            left -= file.write(lines[:left])
+        file.write(ending)
 
 
 def make_component(folder, count, size, name="f"):
@@ -118,7 +121,7 @@ def make_component(folder, count, size, name="f"):
     folder.mkdir(parents=True, exist_ok=True)
     sources = [f"s{i:05}.v" for i in range(count)]
     for i, source in enumerate(sources):
-        (folder / source).write_text(verilog(size, i))
+        write_verilog(folder / source, size, i)
     (folder / "model.cl").write_text(f"int {name}(int a);\n")
     write_spec(folder / "spec.xml", [function_text(name, sources, ["model.cl"])])
     return sources

@@ -173,7 +173,7 @@ using section_operation = unsigned (*)(vex_pkg_file*, const char*, const void*, 
 
 // From this size on, mapping a file costs less than copying it; the kernel allows about 65,530
 // maps.
-constexpr std::size_t MIN_MAPPED_SIZE = 65536;
+constexpr std::size_t MIN_MAPPED_SIZE = 16384;
 constexpr std::size_t MAX_MAPPINGS = 60000;
 
 bool is_package_file(const vex_pkg_file* pkg, const struct stat& status) {

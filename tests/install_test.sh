@@ -39,7 +39,7 @@ cmake_minimum_required(VERSION 3.21)
 project(consumer LANGUAGES CXX)
 find_package(bfcl-library 1.0 REQUIRED COMPONENTS libraries)
 add_executable(list_functions "$examples/consumer/list_functions.cpp")
-target_link_libraries(list_functions PRIVATE bfcl::shelver)
+target_link_libraries(list_functions PRIVATE bfcl::shelver bfcl::spec)
 bfcl_add_component(popcount SPEC "$examples/popcount/popcount.xml")
 bfcl_add_library(bits COMPONENTS popcount)
 END
@@ -52,7 +52,7 @@ cmake --install "$build" --prefix "$work/program" --component program >log
 expect "$(find program -name '*.h' -o -name 'libbfcl*' -o -name bfcl)" ""
 ! cmake -S consumer -B without -DCMAKE_PREFIX_PATH="$work/program" >log 2>&1 ||
   expect "libraries" "none"
-grep -q "libbfcl-dev" log
+grep -q "libbfcl-dev" log || { cat log; exit 1; }
 sed -i 's/ COMPONENTS libraries//; /list_functions/d' consumer/CMakeLists.txt
 cmake -S consumer -B without -DCMAKE_PREFIX_PATH="$work/program" >log
 cmake --build without >log

@@ -38,13 +38,15 @@ rebuild() { # PACKAGES LIBRARIES COMMAND...
   [[ $(grep -cE 'Making|library"? .*create' log) -eq $libraries ]] || fail "not $libraries libraries: $*"
 }
 
-# Changes a source, then the list of sources, then a source that is new in the list.
+# Changes a source, the specification, the list of sources in it, and a source new in the list.
 change_inputs() { # FOLDER PACKAGES LIBRARIES COMMAND...
   local folder=$1 counts=("$2" "$3")
   shift 3
   rebuild "${counts[@]}" "$@"
   rebuild 0 0 "$@"
   echo "// changed" >>"$folder/common/skid_buffer.v"
+  rebuild 1 "${counts[1]}" "$@"
+  sed -i 's|<ALUTS value="116"/>|<ALUTS value="117"/>|' "$folder/minmax/minmax.xml"
   rebuild 1 "${counts[1]}" "$@"
   cp "$folder/common/skid_buffer.v" "$folder/common/new.v"
   sed -i 's|<FILE name="../common/skid_buffer.v"/>|&\n<FILE name="../common/new.v"/>|' \

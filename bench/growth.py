@@ -1,0 +1,41 @@
+#!/usr/bin/env python3
+# SPDX-License-Identifier: BSD-3-Clause
+"""How the time of packaging grows with the size of one source and with the number of small ones.
+Writes growth_size.dat and growth_count.dat: the parameter, our seconds, those of copying."""
+
+import argparse
+from pathlib import Path
+
+from measure import alternate, make_component, remove
+
+SIZES = [(1, mib << 20) for mib in (16, 32, 64, 128, 256, 512)]
+COUNTS = [(count, 1024) for count in (1000, 2000, 4000, 8000, 16000, 32000)]
+
+
+def measure(program, folder, count, size):
+    remove(folder)
+    files = make_component(folder, count, size)
+    (folder / "list").write_text("\n".join(files) + "\n")
+    commands = {
+        "bfcl": [program, "-c", "spec.xml", "-o", "out"],
+        "cp": "xargs cat < list > out && sync out",
+    }
+    results = alternate(commands, folder, "out", 3)
+    remove(folder)
+    return results["bfcl"][0].wall, results["cp"][0].wall
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--program", required=True)
+    parser.add_argument("--folder", type=Path, required=True)
+    options = parser.parse_args()
+    program = str(Path(options.program).resolve())
+    for name, points, parameter in (("size", SIZES, 1), ("count", COUNTS, 0)):
+        with open(options.folder / f"growth_{name}.dat", "w", encoding="ascii") as file:
+            for point in points:
+                ours, copying = measure(program, options.folder / "inputs", *point)
+                file.write(f"{point[parameter]} {ours:.4f} {copying:.4f}\n")
+
+
+main()

@@ -1,0 +1,26 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: BSD-3-Clause
+# seeds.sh PROGRAM FOLDER: makes the first inputs of each fuzz target from the examples, in FOLDER/TARGET.
+set -euo pipefail
+program=$(readlink -f -- "$1")
+mkdir -p "$2"/{package_image,package_file,component_spec,ir_text,create_arguments}
+folder=$(readlink -f -- "$2")
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+for spec in examples/*/*.xml; do
+  name=$(basename "$spec" .xml)
+  cp "$spec" "$folder/component_spec/$name"
+  "$program" hdl-comp-pkg "$spec" -o "$folder/package_image/$name" >/dev/null
+done
+"$program" create -name seeds -o "$folder/package_image/library" "$folder"/package_image/* >/dev/null
+
+for image in "$folder"/package_image/*; do
+  for choice in '\000' '\025' '\066'; do
+    { printf '%b' "\\0${choice#?}"; cat "$image"; } >"$folder/package_file/$(basename "$image")${choice#?}"
+  done
+done
+
+printf 'define i32 @f(i32 %%a) {\ndefine spir_kernel void @k()\ndeclare i32 @g(i32)\n' >"$folder/ir_text/functions"
+printf 'define linkonce i32 @"a b"(i32)\n%5000s\n' define >"$folder/ir_text/long_line"
+printf '%s\n' -name lib -vendor v -version 1 -o out.bfclib a.bfco b.bfco a.bfco >"$folder/create_arguments/all"
+printf '%s\n' a.bfco -o >"$folder/create_arguments/no_value"
