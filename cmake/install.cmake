@@ -5,7 +5,7 @@
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
-# Not below the library folder of an architecture, which a project without languages does not search.
+# Not below the folder of an architecture, which projects without languages do not search.
 set(BFCL_CMAKE_DIR lib/cmake/bfcl-library)
 set(package_dir ${PROJECT_BINARY_DIR}/cmake)        # the same package for users of the build folder
 set(header_dir ${PROJECT_BINARY_DIR}/include/bfcl)

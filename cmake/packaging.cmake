@@ -1,4 +1,4 @@
-# Debian packages: cpack in a build folder that is configured with -DCMAKE_INSTALL_PREFIX=/usr writes
+# Debian packages: cpack, in a build folder configured with -DCMAKE_INSTALL_PREFIX=/usr, writes
 #   bfcl-library            the program, and its CMake package with the functions for builds
 #   bfcl-library-launcher   bfcl
 #   libbfcl-dev             headers and libraries

@@ -306,12 +306,33 @@ bool close_descriptor(vex_pkg_file* pkg) {
   return ok;
 }
 
+// A small file that is only read is taken into memory at once: libelf would read it in five pieces.
+// Null when it is another kind of file or does not come whole.
+Elf* begin_small_file(vex_pkg_file* pkg) {
+  struct stat status = {};
+  if (pkg->writable || fstat(pkg->fd, &status) != 0 || !S_ISREG(status.st_mode) ||
+      status.st_size == 0 || static_cast<std::size_t>(status.st_size) >= MIN_MAPPED_SIZE) {
+    return nullptr;
+  }
+  const auto size = static_cast<std::size_t>(status.st_size);
+  malloc_ptr<void> image(std::malloc(size));
+  if (image == nullptr || read_all_into(pkg->fd, image.get(), size) < size) {
+    return nullptr;
+  }
+  pkg->image = std::move(image);
+  pkg->image_size = size;
+  return elf_memory(static_cast<char*>(pkg->image.get()), size);
+}
+
 // What a handle needs to be one, whether libelf takes the file or not.
 void begin_package(vex_pkg_file* pkg, const char* name, unsigned mode) {
   pkg->name = name;
   pkg->writable = (mode & VEX_PKG_READ_ONLY) == 0;
   vex_pkg_set_show_mode(pkg, mode);
-  pkg->elf = elf_begin(pkg->fd, begin_command(mode), nullptr);
+  pkg->elf = begin_small_file(pkg);
+  if (pkg->elf == nullptr) {
+    pkg->elf = elf_begin(pkg->fd, begin_command(mode), nullptr);
+  }
   if (pkg->elf == nullptr) {
     report(pkg->show_errors, "elf_begin failed: %s\n", elf_error_text(errno));
   }

@@ -91,6 +91,10 @@ unsigned vex_pkg_add_data_section(vex_pkg_file* pkg, const char* name, const voi
 // until close, which fails when it did.
 unsigned vex_pkg_add_data_section_from_file(vex_pkg_file* pkg, const char* name, const char* path);
 
+// Adds the whole file of a package that is open for reading as a section, without reading it again
+// if it is in memory already. The package must be closed before the one it is added to.
+unsigned vex_pkg_add_package_section(vex_pkg_file* pkg, const char* name, vex_pkg_file* package);
+
 // Whether the section exists and has data; silent when it does not exist. *size_out, when given,
 // receives its size in bytes.
 unsigned vex_pkg_section_exists(vex_pkg_file* pkg, const char* name, std::size_t* size_out);

@@ -34,6 +34,8 @@ struct vex_pkg_file {
   std::string name; // for close-time messages; empty for a package in memory
   int fd = -1;      // -1 for a package in memory
   Elf* elf = nullptr;
+  malloc_ptr<void> image; // the whole of a small file that is only read
+  std::size_t image_size = 0;
 
   bool writable : 1 = false;
   bool dirty : 1 = false;
@@ -65,6 +67,9 @@ struct vex_pkg_file {
 
 inline constexpr std::size_t SECTION_ALIGNMENT = 128;
 inline constexpr std::size_t INITIAL_NAME_TABLE_SIZE = 4096;
+
+// From this size on, in bytes, mapping a file costs less than reading it.
+inline constexpr std::size_t MIN_MAPPED_SIZE = 16384;
 
 // elf_errmsg, which may return null for "no error", as a printable text.
 const char* elf_error_text(int error);

@@ -37,17 +37,17 @@ std::size_t move_all(std::size_t size, Move move) {
   return done;
 }
 
-std::size_t read_all_into(int fd, void* target, std::size_t size) {
-  return move_all(size, [&](std::size_t done, std::size_t left) {
-    return pread(fd, static_cast<char*>(target) + done, left, static_cast<off_t>(done));
-  });
-}
-
 malloc_ptr<void> allocate(std::size_t size) {
   return malloc_ptr<void>(std::malloc(std::max<std::size_t>(size, 1)));
 }
 
 } // namespace
+
+std::size_t read_all_into(int fd, void* target, std::size_t size) {
+  return move_all(size, [&](std::size_t done, std::size_t left) {
+    return pread(fd, static_cast<char*>(target) + done, left, static_cast<off_t>(done));
+  });
+}
 
 MappedBytes::MappedBytes(MappedBytes&& other) noexcept
     : m_bytes(std::exchange(other.m_bytes, nullptr)), m_size(std::exchange(other.m_size, 0)) {}

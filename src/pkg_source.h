@@ -14,6 +14,9 @@
 // the order holds when both are one pipe.
 [[gnu::format(printf, 2, 3)]] void report(bool show, const char* format, ...);
 
+// Reads from the file's begin; returns how many bytes came.
+std::size_t read_all_into(int fd, void* target, std::size_t size);
+
 // A file's bytes, mapped into memory. They must only be handed to the system: a program that looks
 // at them dies by a signal when the file has become shorter.
 class MappedBytes {

@@ -171,9 +171,7 @@ namespace {
 
 using section_operation = unsigned (*)(vex_pkg_file*, const char*, const void*, std::size_t);
 
-// From this size on, mapping a file costs less than copying it; the kernel allows about 65,530
-// maps.
-constexpr std::size_t MIN_MAPPED_SIZE = 16384;
+// The kernel allows about 65,530 maps.
 constexpr std::size_t MAX_MAPPINGS = 60000;
 
 bool is_package_file(const vex_pkg_file* pkg, const struct stat& status) {
@@ -214,6 +212,19 @@ unsigned apply_file(vex_pkg_file* pkg, const char* name, const char* path, std::
 }
 
 } // namespace
+
+unsigned vex_pkg_add_package_section(vex_pkg_file* pkg, const char* name, vex_pkg_file* package) {
+  if (package == nullptr || package->image == nullptr) {
+    return package != nullptr && package->fd != -1
+               ? vex_pkg_add_data_section_from_file(pkg, name, package->name.c_str())
+               : 0;
+  }
+  if (vex_pkg_add_data_section(pkg, name, package->image.get(), package->image_size) == 0) {
+    return 0;
+  }
+  pkg->blocks.push_back(std::move(package->image));
+  return 1;
+}
 
 unsigned vex_pkg_add_data_section_from_file(vex_pkg_file* pkg, const char* name, const char* path) {
   std::size_t size = 0;

@@ -7,8 +7,7 @@ files=$(cd "$(dirname "$0")/../completions" && pwd)
 command -v zsh >/dev/null && command -v fish >/dev/null || exit 77
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-cd "$work" && mkdir dir || exit 1
-touch {s,a,b}.txt s.xml a.bfco b.bfclib dir/a.bfco
+cd "$work" && mkdir dir && touch {s,a,b}.txt s.xml a.bfco b.bfclib dir/a.bfco || exit 1
 cat >rows <<'ROWS'
 bfcl l|library
 bfcl library l|list
@@ -18,11 +17,9 @@ bfcl library -c s.xml -o a|a.bfco
 bfcl library create -n|-name
 bfcl library create -name a|a
 bfcl library create -o b|b.bfclib
-bfcl library create -version 1 dir/a.bfco b|b.bfclib
 bfcl library list b|b.bfclib
 bfcl library extract_c_models b.bfclib d|dir
 bfcl library extract_clang_ir b.bfclib s|spir64-unknown-unknown-ostrahw
-bfcl library extract_clang_ir b.bfclib spir64-unknown-unknown-ostrahw d|dir
 ROWS
 echo "fpath=($files \$fpath); autoload -Uz compinit; compinit -u -D
 bfcl bfcl-library() { print -r -- \$0 \$* >>zsh.log }" >zshrc
@@ -36,9 +33,8 @@ while IFS='|' read -r line word; do
   COMP_CWORD=$((${#COMP_WORDS[@]} - 1)) typed=${COMP_WORDS[-1]}
   _bfcl
   echo "bash: $line: ${COMPREPLY[*]-$typed}"
-  found=$(fish --no-config -c "source $files/bfcl.fish; complete -C'$line'" | cut -f1)
-  found=${found:-$typed}
-  echo "fish: $line: ${found%/}"
+  found=$(fish --no-config -c "source $files/bfcl.fish; complete -C'$line'" | cut -f1 | tr -d /)
+  echo "fish: $line: ${found:-$typed}"
   read -r completed <&3
   echo "zsh: $line: ${completed##* }"
   printf "%s: $line: $word\n" bash fish zsh >>expected

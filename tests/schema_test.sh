@@ -44,42 +44,32 @@ nobody|'no' => 'No'
 nobody|'3' => ' 0x1F'
 nobody|'1.5' => '-.5e3'
 nobody|</INTERFACE> => <INPUT port='' width='8'/></INTERFACE>
-nobody|<CAPACITY value='2'/> => <CAPACITY value='1'/><CAPACITY value='2'/>
 nobody|<INTERFACE> => <INTERFACE><INPUT port='z' width='8'/>
 nobody|<OUTPUT port='q' width='16'/> => 
 both|<RTL_SPEC> => <RTL_SPEC><RTL_SPEC/>
 both|<RTL_SPEC> => <RTL_SPEC><FUNCTION name='f' module='n'/>
 both| name='f' => 
 both|module='m' => module='m' b=''
-both|<ATTRIBUTES> => <Attributes/><ATTRIBUTES>
 both|<INTERFACE> => <ATTRIBUTES/><INTERFACE>
 both|<INTERFACE> => <INTERFACE><OUTPUT port='z' width='8'/>
 both|<PARAMETER => <ALUTS value='1'/><PARAMETER
-both|<ALUTS => <FILE name='x'/><ALUTS
 both|type='iready' => type='ivalid'
 both|<VEYRA port='ovalid' type='ovalid'/> => 
-both|port='ivalid' => port=''
 both|port='a' => port='p'
 both|<VEYRA_MEM => <VEYRA_MEM port='mem' width='1' burstwidth='1' optype='read' buffer_location=''/><VEYRA_MEM
 both|'32' => '12'
-both|'32' => '32 '
 both|'readonly' => 'ReadOnly'
-both|'read' => 'rw'
 both|<INPUT port='a' width='32'/><MEM_INPUT port='p' access='readonly'/> => 
 both|'no' => 'true'
 both|<EXPECTED_LATENCY value='3'/> => 
 both|'3' => '3.5'
 both|'3' => '-1'
-both|'2' => '2147483648'
-both|'1.5' => '1.5 blocks'
 both|<C_MODEL><FILE name='m.cl'/></C_MODEL> => 
 program|port='clock' => port='clk'
 program|'3' => '2147483647'
 program|<CAPACITY value='2'/><EXPECTED => <IS_FIXED_LATENCY value='no'/><EXPECTED
-program|'no'/><IS_FIXED_LATENCY value='yes'/> => 'yes'/>
 program|<MEM_INPUT port='p' access='readonly'/> => 
 program|'read' => 'write'
-program|'readonly' => 'readwrite'
 program|'top.v' => 'm.cl'
 program|name='f' => name='h'
 ROWS

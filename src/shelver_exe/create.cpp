@@ -154,7 +154,6 @@ bool LibraryBuild::add_hdl_package(vex_pkg_ptr package, const std::string& path)
   if (!read_header(package.get(), path)) {
     return false;
   }
-  package.reset();
   std::string first_function;
   std::string section;
   if (!parse_header(path, first_function, section)) {
@@ -164,7 +163,7 @@ bool LibraryBuild::add_hdl_package(vex_pkg_ptr package, const std::string& path)
     std::printf("Error: Library already has function named %s!\n", first_function.c_str());
     return false;
   }
-  if (vex_pkg_add_data_section_from_file(m_library.get(), section.c_str(), path.c_str()) == 0) {
+  if (vex_pkg_add_package_section(m_library.get(), section.c_str(), package.get()) == 0) {
     std::printf("Error: Cannot add component section package file %s to the library!\n",
                 path.c_str());
     return false;
