@@ -10,7 +10,8 @@ if(SCDOC)
     set(output ${PROJECT_BINARY_DIR}/man/${page})
     add_custom_command(OUTPUT ${output}
       COMMAND ${CMAKE_COMMAND} -E make_directory ${PROJECT_BINARY_DIR}/man
-      COMMAND sh -c "exec \"$0\" \"$1\" >\"$2\"" ${PROJECT_SOURCE_DIR}/man/render.sh ${source} ${output}
+      COMMAND sh -c "exec \"$0\" \"$1\" >\"$2\""
+        ${PROJECT_SOURCE_DIR}/man/render.sh ${source} ${output}
       DEPENDS ${source} ${PROJECT_SOURCE_DIR}/man/render.sh VERBATIM)
     list(APPEND man_pages ${output})
     install(FILES ${output} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section} COMPONENT program)

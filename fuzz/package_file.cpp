@@ -41,7 +41,8 @@ void change(const char* path, unsigned choice) {
     vex_pkg_update_section(pkg, "", nullptr, 0);
   }
   const bool written = vex_pkg_close_file_checked(pkg) != 0;
-  if (added && written) {
+  // Names of old sections that lead beyond a smaller table lead into its next name.
+  if (added && written && !updates_names) {
     check_added(path, name, size);
   }
 }

@@ -16,35 +16,8 @@ using vex::efi::EFISpecXmlLoader;
 
 using Files = InTempDir;
 
-// Keeps every rule; the first line is line 1.
-constexpr const char* GOOD = R"(<RTL_SPEC>
-  <FUNCTION name="f" module="m">
-    <ATTRIBUTES>
-      <IS_STALL_FREE value="no"/>
-      <IS_FIXED_LATENCY value="yes"/>
-      <EXPECTED_LATENCY value="3"/>
-      <CAPACITY value="2"/>
-      <HAS_SIDE_EFFECTS value="no"/>
-      <PARAMETER name="P" value="1"/>
-    </ATTRIBUTES>
-    <INTERFACE>
-      <VEYRA port="clock" type="clock"/>
-      <VEYRA port="resetn" type="resetn"/>
-      <VEYRA port="iv" type="ivalid"/>
-      <VEYRA port="ir" type="iready"/>
-      <VEYRA port="ov" type="ovalid"/>
-      <VEYRA port="or" type="oready"/>
-      <INPUT port="a" width="32"/>
-      <MEM_INPUT port="p" access="readonly"/>
-      <OUTPUT port="q" width="16"/>
-      <VEYRA_MEM port="mem" width="512" burstwidth="5" optype="read" buffer_location=""/>
-    </INTERFACE>
-    <RESOURCES><ALUTS value="1.5"/><FFS value="2"/><RAMS value="0"/><DSPS value="3.5"/></RESOURCES>
-    <REQUIREMENTS><FILE name="top.v"/></REQUIREMENTS>
-    <C_MODEL><FILE name="m.cl"/></C_MODEL>
-  </FUNCTION>
-</RTL_SPEC>
-)";
+// Keeps every rule.
+const std::string GOOD = read_file(BFCL_SOURCE_DIR "/tests/data/good.xml");
 
 constexpr const char* HELP = "\nEach HDL component must conform to the following specification:\n"
                              "  - Use Veyra Streaming interface with these signals defined:\n"
@@ -52,22 +25,6 @@ constexpr const char* HELP = "\nEach HDL component must conform to the following
                              "  - Have at least one data input signal\n"
                              "  - If VEYRA_MEM port is requested, at least one MEM_INPUT must\n"
                              "    be provided.\n";
-
-std::string at(int line, const std::string& msg) {
-  return "Error in '[mem]', line " + std::to_string(line) + "\n" + msg + "\n";
-}
-
-std::string error(const std::string& msg) {
-  return "Error in '[mem]':\n" + msg + "\n";
-}
-
-std::string missing(int line, const char* attr, const char* elem, const char* msg) {
-  return at(line, std::string("Expected attribute '") + attr + "' on element '" + elem + "'.") + at(line, msg);
-}
-
-std::string wrong_type(int line, const char* attr, const char* elem) {
-  return at(line, std::string("Incorrect type for attribute '") + attr + "' on element '" + elem + "'.");
-}
 
 std::string joined(const std::vector<std::string>& texts) {
   std::string result;
@@ -82,16 +39,50 @@ std::unique_ptr<EFISpec> load(EFISpecXmlLoader& loader, const std::string& xml) 
   return std::unique_ptr<EFISpec>(loader.load_xml(xml.c_str()));
 }
 
-// An edit of the good specification, and the errors that it must give ("" for none).
+// An edit of the good specification, and the errors that it must give.
 struct Edit {
-  const char* from;
-  const char* to;
+  std::string from;
+  std::string to;
   std::string errors;
 };
 
-void check_edits(const std::vector<Edit>& edits) {
-  for (const Edit& edit : edits) {
-    SCOPED_TRACE(std::string(edit.from) + " -> " + edit.to);
+void append_line(std::string& text, const std::string& line) {
+  text += (text.empty() ? "" : "\n") + (line.size() > 2 ? line.substr(2) : "");
+}
+
+// The error that "LINE: MESSAGE" stands for.
+std::string framed_error(const std::string& text) {
+  const std::size_t colon = text.find(": ");
+  const std::string line = text.substr(0, colon);
+  std::string message = text.substr(colon + 2);
+  if (message.ends_with(" (HELP)")) {
+    message = replaced(message, " (HELP)", HELP);
+  }
+  return (line.empty() ? "Error in '[mem]':\n" : "Error in '[mem]', line " + line + "\n") + message + "\n";
+}
+
+std::vector<Edit> read_edits() {
+  std::vector<Edit> edits(1);
+  std::istringstream lines(read_file(BFCL_SOURCE_DIR "/tests/data/spec_edits.txt"));
+  for (std::string line; std::getline(lines, line);) {
+    if (line.empty() && !edits.back().from.empty()) {
+      edits.emplace_back();
+    } else if (line[0] == '-') {
+      append_line(edits.back().from, line);
+    } else if (line[0] == '+') {
+      append_line(edits.back().to, line);
+    } else if (!line.empty() && line[0] != '#') {
+      edits.back().errors += framed_error(line);
+    }
+  }
+  return edits;
+}
+
+} // namespace
+
+TEST(Spec, EditsGiveTheirErrors) {
+  for (const Edit& edit : read_edits()) {
+    SCOPED_TRACE(edit.from + " -> " + edit.to);
     EFISpecXmlLoader loader(false, false);
     const auto spec = load(loader, replaced(GOOD, edit.from, edit.to));
     EXPECT_EQ(edit.errors, joined(loader.get_errors()));
@@ -99,145 +90,22 @@ void check_edits(const std::vector<Edit>& edits) {
   }
 }
 
-} // namespace
-
-TEST(Spec, DocumentStructure) {
-  const auto unexpected = [](int line, const std::string& name) {
-    return at(line, "Unexpected element '" + name + "'.");
-  };
-  const auto twice = [](int line, const std::string& name) {
-    return at(line, "Expected element <" + name + "> to appear exactly once.");
-  };
-  const std::string none = error("Missing Function (<FUNCTION>) in EFI specification.");
-  check_edits({
-      {"<RTL_SPEC>", "<RTL_SPEC anything='goes'>", ""},
-      {"<RTL_SPEC>", "<!-- c --><RTL_SPEC>text", ""},
-      {"<RTL_SPEC>", "<EFI_SPEC/>\n<RTL_SPEC>", ""},
-      {"</RTL_SPEC>", "</RTL_SPEC><RTL_SPEC/>", twice(27, "RTL_SPEC")},
-      {"<RTL_SPEC>", "<RTL_SPEC><EFI_SPEC/>", unexpected(1, "EFI_SPEC")},
-      {"<RTL_SPEC>", "<RTL_SPEC><FUNCTIONS/>", unexpected(1, "FUNCTIONS")},
-      {"module=\"m\"", "module=\"m\" b=\"\"\nc=\"\"",
-       at(2, "Unexpected attribute 'b'.") + at(3, "Unexpected attribute 'c'.")},
-      {"name=\"f\" ", "", missing(2, "name", "FUNCTION", "Unsupported function_name string.")},
-      {" module=\"m\"", "", missing(2, "module", "FUNCTION", "Unsupported module_name string.")},
-      {"</RTL_SPEC>", "<FUNCTION name='f' module='n'/></RTL_SPEC>", at(27, "Function_name string must be unique.")},
-      {"<ATTRIBUTES>", "<FUNCTION name='g' module='m'/><ATTRIBUTES>", unexpected(3, "FUNCTION")},
-      {"<ATTRIBUTES>", "<Attributes/><ATTRIBUTES>", unexpected(3, "Attributes")},
-      {"<ATTRIBUTES>", "<ATTRIBUTES a='1'>", at(3, "Unexpected attribute 'a'.")},
-      {"<INTERFACE>", "<ATTRIBUTES/><INTERFACE>", twice(11, "ATTRIBUTES")},
-      {"</INTERFACE>", "<OUTPUT port='z' width='8'/></INTERFACE>", twice(22, "OUTPUT")},
-      {"<INPUT port=\"a\"", "<INPUT x='1' port=\"a\"", at(18, "Unexpected attribute 'x'.")},
-      {"<PARAMETER", "<ALUTS value='1'/><PARAMETER", unexpected(9, "ALUTS")},
-      {"<INTERFACE>", "<INTERFACE><INTERFACE/>", unexpected(11, "INTERFACE")},
-  });
+TEST(Spec, DocumentsWithoutAComponent) {
+  const std::string none = "Error in '[mem]':\nMissing Function (<FUNCTION>) in EFI specification.\n";
   EFISpecXmlLoader loader(false, false);
   for (const auto& [xml, errors] : {std::pair<std::string, std::string>{"<EFI_SPEC/>", none},
                                     {"<FUNCTION name='f' module='m'/>", none},
-                                    {"<FUNCTION><X/></FUNCTION>", unexpected(1, "X")},
-                                    {"<SPEC/>", unexpected(1, "SPEC")}}) {
+                                    {"<FUNCTION><X/></FUNCTION>", framed_error("1: Unexpected element 'X'.")},
+                                    {"<SPEC/>", framed_error("1: Unexpected element 'SPEC'.")}}) {
     EXPECT_EQ(nullptr, load(loader, xml));
     EXPECT_EQ(errors, joined(loader.get_errors()));
   }
 }
 
-TEST(Spec, InterfaceElements) {
-  check_edits({
-      {" port=\"clock\"", "", missing(12, "port", "VEYRA", "Unsupported port string.")},
-      {" type=\"clock\"", "", missing(12, "type", "VEYRA", "Unsupported type string.")},
-      {"type=\"iready\"", "\ntype=\"ivalid\"", at(16, "Multiple type string.")},
-      {"port=\"ir\"", "port=\"iv\"", at(15, "Multiple uses of port.")},
-      {"port=\"iv\"", "port=\"\"", at(14, "Multiple uses of port.")},
-      {"port=\"clock\"", "port=\"clk\"", at(12, "expected \"clock\" as port name.")},
-      {"port=\"resetn\"", "port=\"rst\"", at(13, "expected \"resetn\" as port name.")},
-      {"type=\"ivalid\"", "type=\"start\"", at(14, "Unsupported veyra signal.")},
-      // The value stands for an attribute's name: here there is one, on another line.
-      {"port=\"iv\" type=\"ivalid\"", "type=\"port\"\nport=\"iv\"", at(15, "Unsupported veyra signal.")},
-      {"width=\"32\"", "", missing(18, "width", "INPUT", "Unsupported width string.")},
-      {"width=\"32\"", "width=\"32 \"", wrong_type(18, "width", "INPUT") + at(18, "Unsupported width string.")},
-      {"width=\"32\"", "width=\"0x20\"", wrong_type(18, "width", "INPUT") + at(18, "Unsupported width string.")},
-      {"width=\"32\"", "width=\"12\"", at(18, "Input port width must be a multiple of 8.")},
-      {"width=\"32\"", "width=\"0\"", ""},
-      {"port=\"a\"", "port=\"iv\"", at(18, "Multiple uses of port.")},
-      {"port=\"p\"", "port=\"a\"", at(19, "Multiple uses of port name.")},
-      {"</INTERFACE>", "<INPUT port='p' width='8'/></INTERFACE>", at(22, "Multiple uses of port.")},
-      {"</INTERFACE>", "<INPUT port='q' width='8'/></INTERFACE>", at(22, "Multiple uses of port.")},
-      {"</INTERFACE>", "<INPUT port='' width='8'/></INTERFACE>", ""},
-      {"</INTERFACE>", "<INPUT port='' width='8'/><INPUT port='' width='8'/></INTERFACE>",
-       at(22, "Multiple uses of port.")},
-      {"width=\"16\"", "width=\"17\"", at(20, "Output port width must be a multiple of 8.")},
-      {"port=\"q\"", "port=\"a\"", at(20, "Multiple uses of port.")},
-      {"access=\"readonly\"", "access=\"ReadOnly\"",
-       at(19, "Unsupported access string. Must be either 'readonly' or 'readwrite'.")},
-      {"access=\"readonly\"", "access=\"scalar\"",
-       at(19, "Unsupported access string. Must be either 'readonly' or 'readwrite'.")},
-      {" access=\"readonly\"", "", missing(19, "access", "MEM_INPUT", "Unsupported access string.")},
-      {" burstwidth=\"5\"", "", missing(21, "burstwidth", "VEYRA_MEM", "Unsupported width string.")},
-      {"burstwidth=\"5\"", "burstwidth=\"-5\"",
-       wrong_type(21, "burstwidth", "VEYRA_MEM") + at(21, "Unsupported width string.")},
-      {"optype=\"read\"", "optype=\"rw\"", at(21, "Unsupported optype string.")},
-      {" optype=\"read\"", "", missing(21, "optype", "VEYRA_MEM", "Unsupported optype string.")},
-      {" buffer_location=\"\"", "", missing(21, "buffer_location", "VEYRA_MEM", "Unsupported buffer_location string.")},
-      {"</INTERFACE>",
-       "<VEYRA_MEM port='mem' width='1' burstwidth='1' optype='read' buffer_location=''/>"
-       "</INTERFACE>",
-       at(22, "Multiple memory port string.")},
-      {"port=\"mem\"", "port=\"a\"", ""},
-      {"name=\"P\" ", "", missing(9, "name", "PARAMETER", "Unsupported name string.")},
-      {" value=\"1\"", "", missing(9, "value", "PARAMETER", "Unsupported value string.")},
-      {"</ATTRIBUTES>", "<PARAMETER name='P' value=''/></ATTRIBUTES>", ""},
-  });
-}
-
-TEST(Spec, AttributesResourcesAndFiles) {
-  check_edits({
-      {"FREE value=\"no\"", "FREE value=\"YES\"", ""},
-      {"FREE value=\"no\"", "FREE value=\"true\"", at(4, "IS_STALL_FREE value must be set to \"yes\" or \"no\".")},
-      {"FREE value=\"no\"", "FREE", missing(4, "value", "IS_STALL_FREE", "Unsupported value string.")},
-      {"value=\"3\"", "", missing(6, "value", "EXPECTED_LATENCY", "Unsupported value string.")},
-      {"value=\"3\"", "value=\"3.5\"", wrong_type(6, "value", "EXPECTED_LATENCY")},
-      {"value=\"3\"", "value=\"\"", wrong_type(6, "value", "EXPECTED_LATENCY")},
-      {"value=\"3\"", "value=\"4294967299\"", wrong_type(6, "value", "EXPECTED_LATENCY")},
-      {"value=\"3\"", "value=\"0x1F\"", ""},
-      {"value=\"3\"", "value=\"010\"", ""},
-      {"value=\"3.5\"", "value=\"3.5 blocks\"", wrong_type(23, "value", "DSPS")},
-      {"value=\"3.5\"", "", missing(23, "value", "DSPS", "Unsupported value string.")},
-      {"value=\"3.5\"", "value=\"1e3\"", ""},
-      {"FILE name=\"top.v\"", "FILE", missing(24, "name", "FILE", "Unsupported name string.")},
-      {"<REQUIREMENTS>", "<RESOURCES/><REQUIREMENTS>", at(24, "Expected element <RESOURCES> to appear exactly once.")},
-      {"<ALUTS", "<FILE name='x'/><ALUTS", at(23, "Unexpected element 'FILE'.")},
-      {"<ALUTS", "<FILE x='1'/><ALUTS", at(23, "Unexpected element 'FILE'.") + at(23, "Unexpected attribute 'x'.")},
-      // The content of a FILE is not looked at.
-      {"<FILE name=\"top.v\"/>", "<FILE name=\"top.v\"><X/></FILE>", ""},
-  });
-}
-
-TEST(Spec, SchedulingChecks) {
-  const std::string no_latency = error("EXPECTED_LATENCY attribute is not set!");
-  check_edits({
-      {"<EXPECTED_LATENCY value=\"3\"/>", "", no_latency},
-      {"value=\"3\"", "value=\"2147483647\"", no_latency},
-      {"value=\"3\"", "value=\"-1\"", error("EXPECTED_LATENCY attribute must be at least 0!")},
-      {"value=\"2\"", "value=\"-1\"", error("CAPACITY attribute must be at least 0!")},
-      {"<IS_FIXED_LATENCY value=\"yes\"/>", "", ""},
-      {"<IS_FIXED_LATENCY value=\"yes\"/>\n      <EXPECTED_LATENCY value=\"3\"/>\n      <CAPACITY "
-       "value=\"2\"/>",
-       "<EXPECTED_LATENCY value=\"3\"/>",
-       error("CAPACITY attribute is not set for a function that is stallable and doesn't have "
-             "fixed latency! Set the CAPACITY attribute or double-check IS_STALL_FREE and "
-             "IS_FIXED_LATENCY attributes. Incorrectly set CAPACITY may lead to non-functioning "
-             "hardware.")},
-      {"value=\"no\"/>\n      <IS_FIXED_LATENCY value=\"yes\"/>", "value=\"yes\"/>",
-       error("Function is marked as IS_STALL_FREE but IS_FIXED_LATENCY set to \"no\". "
-             "Variable-latency functions that do not stall will NOT work inside OpenCL pipelines. "
-             "Either also set IS_FIXED_LATENCY to \"yes\" or set IS_STALL_FREE to \"no\" and make "
-             "sure your function properly handles valid/stall signals.")},
-  });
-  // Without ATTRIBUTES, none of these checks is made.
-  const std::string good = GOOD;
-  const std::size_t begin = good.find("    <ATTRIBUTES>");
-  const std::size_t end = good.find("    <INTERFACE>");
+TEST(Spec, WithoutAttributesNothingIsScheduled) {
+  const std::size_t begin = GOOD.find("    <ATTRIBUTES>");
   EFISpecXmlLoader loader(false, false);
-  const auto spec = load(loader, good.substr(0, begin) + good.substr(end));
+  const auto spec = load(loader, std::string(GOOD).erase(begin, GOOD.find("    <INTERFACE>") - begin));
   ASSERT_NE(nullptr, spec);
   EXPECT_EQ(2147483647, spec->efi_elems()[0]->m_latency);
   EXPECT_EQ(2147483647, spec->efi_elems()[0]->m_capacity);
@@ -265,32 +133,6 @@ TEST(Spec, CapacityDefaultsAndTheWarning) {
                   : "",
               joined(loader.get_warnings()));
   }
-}
-
-TEST(Spec, InterfaceChecks) {
-  const std::string help = HELP;
-  const std::string signal_end = "' in HDL component specification." + help;
-  check_edits({
-      {"<VEYRA port=\"ov\" type=\"ovalid\"/>\n      <VEYRA port=\"or\" type=\"oready\"/>", "",
-       at(2, "Component is missing Veyra signal 'oready" + signal_end)},
-      {"<VEYRA port=\"clock\" type=\"clock\"/>", "", at(2, "Component is missing Veyra signal 'clock" + signal_end)},
-      {"<INPUT port=\"a\" width=\"32\"/>\n      <MEM_INPUT port=\"p\" access=\"readonly\"/>", "",
-       at(2, "Missing Input Signals (<INPUT>) in HDL component specification." + help)},
-      {"<FILE name=\"top.v\"/>", "",
-       error("Missing HDL component source file requirement (<REQUIREMENTS>) in HDL component "
-             "specification." +
-             help)},
-      {"<FILE name=\"m.cl\"/>", "", error("Missing OpenCL C model (<C_MODEL>) in HDL component specification.")},
-      {"<MEM_INPUT port=\"p\" access=\"readonly\"/>", "",
-       error("Expecting at least one <MEM_INPUT> in HDL component specification." + help)},
-      {"optype=\"read\"", "optype=\"write\"",
-       error("Expecting at least one <MEM_INPUT> with \"readwrite\" attribute in HDL component "
-             "specification." +
-             help)},
-      {"access=\"readonly\"", "access=\"readwrite\"",
-       error("Expecting <VEYRA_MEM> with \"write\" attribute in HDL component specification." + help)},
-      {"<OUTPUT port=\"q\" width=\"16\"/>", "", ""},
-  });
 }
 
 TEST(Spec, ModelHoldsWhatTheDocumentSays) {
