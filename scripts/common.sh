@@ -32,10 +32,10 @@ install_build_packages() {
   install_packages g++ make cmake pkg-config binutils libelf-dev libtinyxml2-dev libgtest-dev
 }
 
-# What the examples are simulated with and the OpenCL code is compiled with; without them the tests
-# that need them are skipped.
-install_example_packages() {
-  install_packages iverilog verilator clang llvm ||
+# What the examples are simulated and compiled with, and what the schema, the completions and the
+# manual are tried with. Without them the tests that need them are skipped.
+install_optional_packages() {
+  install_packages iverilog verilator clang llvm libxml2-utils zsh fish file scdoc mandoc ||
     echo "could not install them: the tests that need them will be skipped"
 }
 

@@ -6,7 +6,7 @@ set -euo pipefail
 . "$(dirname "$0")/common.sh"
 
 install_build_packages
-install_example_packages
+install_optional_packages
 say "Building into build/"
 build build
 say "Running the tests"
