@@ -38,8 +38,6 @@ public:
   // The text at an index that must lie within the list.
   const std::string& get_error(unsigned index) const;
   const std::string& get_warning(unsigned index) const;
-  const std::vector<std::string>& get_errors() const { return m_errors; }
-  const std::vector<std::string>& get_warnings() const { return m_warnings; }
 
   // Reports the parse error of a document.
   void set_last_error(tinyxml2::XMLDocument* doc);
@@ -53,9 +51,10 @@ public:
   void debug(const std::string& msg) override; // to standard error
 
 private:
-  const char* m_source_name = nullptr;
+  const char* m_source_name = nullptr; // not owned
 
-protected:
+public:
+  // In the order of the reports.
   std::vector<std::string> m_errors;
   std::vector<std::string> m_warnings;
 };

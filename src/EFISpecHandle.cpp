@@ -35,14 +35,14 @@ efi_spec_handle* load_efi_spec_file(const char* filename) {
   std::unique_ptr<EFISpec> spec(loader.load_file(filename));
   if (spec == nullptr) {
     std::printf("Errors in HDL component specification file:");
-    print_lines(loader.get_errors());
+    print_lines(loader.m_errors);
     return nullptr;
   }
   if (spec->efi_elems().empty()) {
     std::printf("Error: XML specification file %s has no defined components\n", filename);
     return nullptr;
   }
-  print_lines(loader.get_warnings());
+  print_lines(loader.m_warnings);
   return reinterpret_cast<efi_spec_handle*>(spec.release());
 }
 

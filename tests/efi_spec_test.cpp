@@ -85,7 +85,7 @@ TEST(Spec, EditsGiveTheirErrors) {
     SCOPED_TRACE(edit.from + " -> " + edit.to);
     EFISpecXmlLoader loader(false, false);
     const auto spec = load(loader, replaced(GOOD, edit.from, edit.to));
-    EXPECT_EQ(edit.errors, joined(loader.get_errors()));
+    EXPECT_EQ(edit.errors, joined(loader.m_errors));
     EXPECT_EQ(edit.errors.empty(), spec != nullptr);
   }
 }
@@ -98,7 +98,7 @@ TEST(Spec, DocumentsWithoutAComponent) {
                                     {"<FUNCTION><X/></FUNCTION>", framed_error("1: Unexpected element 'X'.")},
                                     {"<SPEC/>", framed_error("1: Unexpected element 'SPEC'.")}}) {
     EXPECT_EQ(nullptr, load(loader, xml));
-    EXPECT_EQ(errors, joined(loader.get_errors()));
+    EXPECT_EQ(errors, joined(loader.m_errors));
   }
 }
 
@@ -131,7 +131,7 @@ TEST(Spec, CapacityDefaultsAndTheWarning) {
                     "HAS_SIDE_EFFECTS. Ensure your RTL module handles ivalid properly. See "
                     "documentation for details.\n"
                   : "",
-              joined(loader.get_warnings()));
+              joined(loader.m_warnings));
   }
 }
 
@@ -264,7 +264,7 @@ TEST_F(Files, ComponentChecks) {
     }
     EFISpecXmlLoader loader(false, true);
     const std::unique_ptr<EFISpec> spec(loader.load_file("lib/spec.xml"));
-    EXPECT_EQ(c.error.empty() ? "" : "Error in 'lib/spec.xml':\n" + c.error + "\n", joined(loader.get_errors()));
+    EXPECT_EQ(c.error.empty() ? "" : "Error in 'lib/spec.xml':\n" + c.error + "\n", joined(loader.m_errors));
     EXPECT_EQ(c.error.empty(), spec != nullptr);
   }
 }
@@ -279,7 +279,7 @@ TEST_F(Files, LaterFilesAreSearchedForWhatIsMissing) {
   write_file("spec.xml", xml);
   EFISpecXmlLoader loader(false, true);
   const std::unique_ptr<EFISpec> spec(loader.load_file("spec.xml"));
-  EXPECT_NE(nullptr, spec) << joined(loader.get_errors());
+  EXPECT_NE(nullptr, spec) << joined(loader.m_errors);
 }
 
 TEST(Spec, DebuggingTracesDocumentAndWalk) {

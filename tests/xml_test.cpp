@@ -80,14 +80,14 @@ TEST_F(Loader, Failures) {
   for (const auto& c : cases) {
     const Printed printed = capture([&] { EXPECT_EQ(nullptr, loader.parse_file(c.path)); });
     EXPECT_EQ(std::string("ERROR FOUND: ") + c.error + "\n", printed.out);
-    ASSERT_EQ(1U, loader.get_errors().size());
+    ASSERT_EQ(1U, loader.m_errors.size());
     EXPECT_EQ(0U, loader.get_error(0).find(std::string("XML error: ") + c.error + ", Error=")) << loader.get_error(0);
     EXPECT_EQ('\n', loader.get_error(0).back());
     EXPECT_EQ(c.path, loader.get_source_name());
   }
   const Printed printed = capture([&] { EXPECT_EQ(nullptr, loader.parse_xml("")); });
   EXPECT_EQ("", printed.out);
-  ASSERT_EQ(1U, loader.get_errors().size());
+  ASSERT_EQ(1U, loader.m_errors.size());
   EXPECT_EQ(0U, loader.get_error(0).find("XML error: XML_ERROR_EMPTY_DOCUMENT"));
   EXPECT_STREQ("[mem]", loader.get_source_name());
 }
@@ -99,7 +99,7 @@ TEST_F(Loader, TextsLastUntilTheNextParse) {
   loader.report_warning("w");
   EXPECT_EQ("w", loader.get_warning(0));
   EXPECT_NE(nullptr, parse(loader, "<a/>"));
-  EXPECT_TRUE(loader.get_errors().empty() && loader.get_warnings().empty());
+  EXPECT_TRUE(loader.m_errors.empty() && loader.m_warnings.empty());
 }
 
 TEST_F(Loader, DocumentsPrintIndented) {
@@ -246,7 +246,7 @@ TEST(Visitor, Reports) {
     const bool is_error = c.text.find("Error") == 0;
     EXPECT_EQ(!is_error, doc->Accept(&visitor));
     EXPECT_EQ(is_error ? 1U : 2U, calls); // the first error ends the walk
-    EXPECT_EQ(c.text, joined(loader.get_errors()) + joined(loader.get_warnings()));
+    EXPECT_EQ(c.text, joined(loader.m_errors) + joined(loader.m_warnings));
   }
 }
 
