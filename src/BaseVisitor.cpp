@@ -19,6 +19,11 @@ std::string with_extra(const std::string& msg, const std::string& extra) {
   return extra.empty() ? msg : msg + "\n" + extra;
 }
 
+void append_to_key(std::string& key, const std::string& elem_name) {
+  key += key.empty() ? "" : "/";
+  key += elem_name;
+}
+
 BaseVisitor* checked_parent(BaseVisitor* parent) {
   VEX_ASSERT_TEXT(parent != nullptr, "parent != 0");
   return parent;
@@ -49,7 +54,9 @@ bool BaseVisitor::VisitEnter(const tinyxml2::XMLElement& elem, const tinyxml2::X
   m_elem_stack.emplace_back(elem.Value());
   auto& entry = get_elem_stack_count_entry();
   ++entry.second;
-  debug("[xml] entering " + entry.first + "\n");
+  if (m_debug) {
+    debug("[xml] entering " + entry.first + "\n");
+  }
   return ok();
 }
 
@@ -104,17 +111,13 @@ bool BaseVisitor::check_element_stack_with_top_va(unsigned count, va_list names)
 }
 
 bool BaseVisitor::matches_stack(std::size_t depth, unsigned count, va_list names) const {
-  if (depth != count) {
-    return false;
-  }
-  for (std::size_t level = 0; level < depth; ++level) {
+  bool matches = depth == count;
+  for (std::size_t level = 0; level < count; ++level) {
     const char* elem_name = va_arg(names, const char*);
     VEX_ASSERT_TEXT(elem_name != nullptr, "elem_name != 0");
-    if (m_elem_stack[level] != elem_name) {
-      return false;
-    }
+    matches = matches && m_elem_stack[level] == elem_name;
   }
-  return true;
+  return matches;
 }
 
 unsigned BaseVisitor::get_element_count(unsigned count, ...) const {
@@ -130,8 +133,7 @@ unsigned BaseVisitor::get_element_count_va(unsigned count, va_list names) const 
   for (unsigned i = 0; i < count; ++i) {
     const char* elem_name = va_arg(names, const char*);
     VEX_ASSERT_TEXT(elem_name != nullptr, "elem_name != 0");
-    key += i > 0 ? "/" : "";
-    key += elem_name;
+    append_to_key(key, elem_name);
   }
   const auto found = m_elem_counts.find(key);
   return found != m_elem_counts.end() ? found->second : 0;
@@ -140,8 +142,7 @@ unsigned BaseVisitor::get_element_count_va(unsigned count, va_list names) const 
 std::string BaseVisitor::get_elem_stack_key() const {
   std::string key;
   for (const std::string& name : m_elem_stack) {
-    key += key.empty() ? "" : "/";
-    key += name;
+    append_to_key(key, name);
   }
   return key;
 }

@@ -47,7 +47,7 @@ public:
   bool check_element_stack_with_top(unsigned count, ...) const;
   bool check_element_stack_with_top_va(unsigned count, va_list names) const;
 
-  // How often the element with that path was entered.
+  // How often the element with that path was entered; a path that never was gets no entry.
   unsigned get_element_count(unsigned count, ...) const;
   unsigned get_element_count_va(unsigned count, va_list names) const;
 
@@ -56,7 +56,7 @@ public:
   std::map<std::string, unsigned>::value_type& get_elem_stack_count_entry();
 
   static bool attribute_exists(const tinyxml2::XMLElement& elem, const char* name);
-  const char* get_source_name() const; // the callbacks must be set
+  const char* get_source_name() const; // null without callbacks
   void debug(const std::string& msg);  // only with the debug flag and callbacks
 
   // The base reports: on a node, on an attribute (each with its line), without a place.

@@ -23,7 +23,7 @@ bool convert_digits(const char* str, Value* value, int base, Convert convert) {
   if (*str < '0' || *str > '9') {
     return false;
   }
-  char* end = nullptr;
+  char* end = const_cast<char*>(str); // stays there when the base is none
   *value = static_cast<Value>(convert(str, &end, base));
   return *end == '\0';
 }
@@ -82,6 +82,7 @@ const std::string& BaseXmlLoader::get_warning(unsigned index) const {
 }
 
 void BaseXmlLoader::set_last_error(tinyxml2::XMLDocument* doc) {
+  VEX_ASSERT_TEXT(doc != nullptr, "doc != __null");
   std::ostringstream text;
   text << "XML error: " << doc->ErrorName();
   // The library keeps one detail string, with the line and what it found there.

@@ -69,7 +69,8 @@ public:
 
 // Whether the whole text is one unsigned number in the base (0: by its prefix). It must begin with
 // a digit, else *value is untouched; what was read of a number with other characters after it is
-// stored all the same. A number too large for the conversion saturates it and passes.
+// stored all the same. The conversion is that of unsigned long (long long): what is larger
+// saturates it, and the 32-bit form keeps its low bits. Both pass.
 bool convert_to_unsigned(const char* str, unsigned int* value, int base);
 bool convert_to_unsigned64(const char* str, unsigned long long* value, int base);
 

@@ -8,7 +8,6 @@
 #include <memory>
 #include <ostream>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 namespace vex::efi {
@@ -88,7 +87,7 @@ struct EFIElem {
 // The components of one specification file, in document order.
 class EFISpec {
 public:
-  // Takes over a component and returns it. Its function name is what it is found under.
+  // Takes over a component and returns it.
   EFIElem* add_efi_elem(std::unique_ptr<EFIElem> elem);
 
   // The index of the first component with exactly that function name, or -1.
@@ -98,11 +97,10 @@ public:
 
 private:
   std::vector<std::unique_ptr<EFIElem>> m_efi_elems;
-  std::unordered_map<std::string, int> m_index_of_function;
 };
 
-// Print what the compiler's users ask about most. The last line of a component's signals has no end
-// of its own, so that the next heading follows on it.
+// Print the names, the scheduling, the ports and the source files. The line of the output signal
+// has no end of its own: the next heading follows on it.
 std::ostream& operator<<(std::ostream& stream, const EFIElem& elem);
 std::ostream& operator<<(std::ostream& stream, const EFISpec& spec);
 

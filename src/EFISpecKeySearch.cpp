@@ -2,88 +2,91 @@
 #include "EFISpecKeySearch.h"
 
 #include <algorithm>
-#include <cstring>
-#include <utility>
 
 namespace vex::efi::xml {
 
 namespace {
 
-constexpr std::size_t PAIR = 2;
+// The lengths of keys that the tables are for: a prefix, and what an 8-bit shift can pass.
+constexpr std::size_t MIN_LENGTH = 4;
+constexpr std::size_t MAX_LENGTH = UINT8_MAX;
 
 // Below this size, making the tables takes longer than they save.
 constexpr std::size_t SMALL_BLOCK = 8192;
 
-// Lines hold no line end, so that a key with one is in none.
-bool can_occur(const std::string& key) {
-  return key.find('\n') == std::string::npos;
-}
-
 } // namespace
 
 KeySearch::KeySearch(const std::vector<std::string>& keys, std::vector<bool>& found)
-    : m_keys(keys), m_found(found), m_next(keys.size(), NONE) {
+    : m_keys(keys), m_found(found) {
   for (std::size_t i = 0; i < keys.size(); ++i) {
-    m_missing += found[i] ? 0 : 1;
-    m_overlap = std::max(m_overlap, keys[i].size());
+    if (found[i]) {
+      continue;
+    }
+    ++m_missing;
+    // Lines hold no line end, so that a key with one is in none.
+    if (keys[i].find('\n') == std::string::npos) {
+      const bool usual = keys[i].size() >= MIN_LENGTH && keys[i].size() <= MAX_LENGTH;
+      (usual ? m_others : m_odd).push_back(i);
+      m_overlap = std::max(m_overlap, keys[i].size());
+    }
   }
   m_overlap -= m_overlap > 0 ? 1 : 0;
 }
 
 // Enters the keys that are still missing.
 void KeySearch::build_tables() {
-  m_length = UINT8_MAX;
-  std::vector<std::uint32_t> entered;
-  for (std::size_t i = 0; i < m_keys.size(); ++i) {
-    if (!m_found[i] && m_keys[i].size() >= PAIR && can_occur(m_keys[i])) {
-      entered.push_back(static_cast<std::uint32_t>(i));
-      m_length = std::min(m_length, m_keys[i].size());
-    }
+  std::erase_if(m_others, [this](std::size_t key) { return m_found[key]; });
+  m_entered = m_others.size();
+  m_length = MAX_LENGTH;
+  for (const std::size_t key : m_others) {
+    m_length = std::min(m_length, m_keys[key].size());
   }
-  m_entered = entered.size();
-  m_stale = false;
   m_shift.assign(PAIR_COUNT, static_cast<std::uint8_t>(m_length - 1));
-  m_first.assign(CHAIN_COUNT, NONE);
-  for (const std::uint32_t key : entered) {
+  m_prefixes.reset();
+  m_lengths.clear();
+  m_by_text.clear();
+  for (const std::size_t key : m_others) {
     enter_key(key);
   }
+  std::sort(m_lengths.begin(), m_lengths.end());
+  m_lengths.erase(std::unique(m_lengths.begin(), m_lengths.end()), m_lengths.end());
 }
 
-void KeySearch::enter_key(std::uint32_t key) {
-  const auto* bytes = reinterpret_cast<const unsigned char*>(m_keys[key].data());
+void KeySearch::enter_key(std::size_t key) {
+  const std::string& text = m_keys[key];
   for (std::size_t end = 1; end < m_length; ++end) {
-    std::uint8_t& shift = m_shift[number_of(bytes + end - 1)];
+    std::uint8_t& shift = m_shift[pair_at(text.data() + end - 1)];
     shift = std::min(shift, static_cast<std::uint8_t>(m_length - 1 - end));
   }
-  std::uint32_t& first = m_first[number_of(bytes + m_length - PAIR) % CHAIN_COUNT];
-  m_next[key] = std::exchange(first, key);
+  m_prefixes.set(prefix_at(text.data()));
+  m_lengths.push_back(text.size());
+  m_by_text.emplace(text, key);
 }
 
 void KeySearch::search(const char* block, std::size_t size) {
-  const bool small = size < SMALL_BLOCK;
-  search_one_by_one(block, size, small ? SIZE_MAX : PAIR - 1);
-  if (!small) {
-    search_together(reinterpret_cast<const unsigned char*>(block), size);
+  search_one_by_one(m_odd, block, size);
+  if (size < SMALL_BLOCK) {
+    search_one_by_one(m_others, block, size);
+  } else {
+    search_together(block, size);
   }
 }
 
-// For the keys up to a length. An empty one is in any line.
-void KeySearch::search_one_by_one(const char* block, std::size_t size, std::size_t longest) {
-  for (std::size_t i = 0; i < m_keys.size(); ++i) {
-    const std::string& key = m_keys[i];
-    if (!m_found[i] && key.size() <= longest && can_occur(key) &&
-        memmem(block, size, key.data(), key.size()) != nullptr) {
+// An empty key is in any line.
+void KeySearch::search_one_by_one(const Keys& keys, const char* block, std::size_t size) {
+  for (const std::size_t i : keys) {
+    if (!m_found[i] && memmem(block, size, m_keys[i].data(), m_keys[i].size()) != nullptr) {
       mark_found(i);
     }
   }
 }
 
-// For the keys of a pair of bytes and more.
-void KeySearch::search_together(const unsigned char* block, std::size_t size) {
-  if (m_stale) {
+void KeySearch::search_together(const char* block, std::size_t size) {
+  // Keys that were found make the tables slower than they need be.
+  if (m_shift.empty() || m_missing <= m_entered / 2) {
     build_tables();
   }
-  if (m_entered == 0) {
+  if (m_others.empty()) {
     return;
   }
   // Both halves at once: a step waits for what it loads, and two wait no longer than one.
@@ -103,30 +106,31 @@ void KeySearch::search_together(const unsigned char* block, std::size_t size) {
 }
 
 // Looks at the pair that ends at `end` and returns the next place where one can.
-std::size_t KeySearch::step(const unsigned char* block, std::size_t size, std::size_t end) {
-  const std::size_t pair = number_of(block + end - 1);
-  const std::size_t shift = m_shift[pair];
+std::size_t KeySearch::step(const char* block, std::size_t size, std::size_t end) {
+  const std::size_t shift = m_shift[pair_at(block + end - 1)];
   if (shift != 0) {
     return end + shift;
   }
   const std::size_t start = end + 1 - m_length;
-  match_at(pair, block + start, size - start);
+  if (m_prefixes[prefix_at(block + start)]) {
+    match_at(block + start, size - start);
+  }
   return end + 1;
 }
 
-void KeySearch::match_at(std::size_t pair, const unsigned char* place, std::size_t size) {
-  for (std::uint32_t i = m_first[pair % CHAIN_COUNT]; i != NONE; i = m_next[i]) {
-    const std::string& key = m_keys[i];
-    if (!m_found[i] && key.size() <= size && std::memcmp(place, key.data(), key.size()) == 0) {
-      mark_found(i);
+void KeySearch::match_at(const char* place, std::size_t size) {
+  for (const std::size_t length : m_lengths) {
+    if (length > size) {
+      return;
     }
+    const auto [begin, end] = m_by_text.equal_range(std::string_view(place, length));
+    std::for_each(begin, end, [this](const auto& entry) { mark_found(entry.second); });
   }
 }
 
 void KeySearch::mark_found(std::size_t key) {
+  m_missing -= m_found[key] ? 0 : 1;
   m_found[key] = true;
-  m_stale = true;
-  --m_missing;
 }
 
 } // namespace vex::efi::xml

@@ -94,9 +94,6 @@ namespace {
 constexpr bool ONCE = true;
 constexpr bool ANY = false;
 
-// FILE has two parents and checks its rule itself.
-constexpr unsigned OWN_RULE = 3;
-
 const ElementRule* find_rule(const char* name) {
   using V = EFIElemVisitor;
   static const std::vector<std::string> none;
@@ -125,7 +122,7 @@ const ElementRule* find_rule(const char* name) {
        &V::visit_veyra_mem},
       {"REQUIREMENTS", 1, nullptr, ONCE, none, &V::visit_requirements},
       {"C_MODEL", 1, nullptr, ONCE, none, &V::visit_c_model},
-      {"FILE", OWN_RULE, nullptr, ANY, {}, &V::visit_file},
+      {"FILE", 2, nullptr, ANY, {"name"}, &V::visit_file}, // two parents: judged by its handler
       {"RESOURCES", 1, nullptr, ONCE, none, &V::visit_resources},
       {"ALUTS", 2, "RESOURCES", ANY, value, &V::visit_aluts},
       {"FFS", 2, "RESOURCES", ANY, value, &V::visit_ffs},
@@ -153,13 +150,11 @@ bool EFIElemVisitor::VisitEnter(const XMLElement& elem,
   if (rule == nullptr) {
     return report_unexpected_elem(elem, "");
   }
-  return keeps_rule(elem, *rule) ? (this->*rule->visit)(elem) : ok();
+  return (this->*rule->visit)(elem);
 }
 
-bool EFIElemVisitor::keeps_rule(const XMLElement& elem, const ElementRule& rule) {
-  if (rule.depth == OWN_RULE) {
-    return true;
-  }
+bool EFIElemVisitor::keeps_rule(const XMLElement& elem) {
+  const ElementRule& rule = *find_rule(elem.Value());
   return report_unexpected_elem_stack(elem, rule.depth, "FUNCTION", rule.parent) &&
          (!rule.once || report_unexpected_elem_stack_count(elem, 1)) &&
          report_unexpected_attrs(elem, rule.attributes);
@@ -189,7 +184,7 @@ bool EFIElemVisitor::read_unsigned(const XMLElement& elem, const RequiredAttribu
 }
 
 bool EFIElemVisitor::visit_efi_elem(const XMLElement& elem) {
-  const char* function_name = read_attribute(elem, FUNCTION_NAME);
+  const char* function_name = keeps_rule(elem) ? read_attribute(elem, FUNCTION_NAME) : nullptr;
   if (function_name == nullptr) {
     return false;
   }
@@ -205,20 +200,24 @@ bool EFIElemVisitor::visit_efi_elem(const XMLElement& elem) {
 }
 
 // The containers hold nothing of their own.
-bool EFIElemVisitor::visit_attributes(const XMLElement&) {
+bool EFIElemVisitor::visit_container(const XMLElement& elem) {
+  keeps_rule(elem);
   return ok();
 }
-bool EFIElemVisitor::visit_interface(const XMLElement&) {
-  return ok();
+bool EFIElemVisitor::visit_attributes(const XMLElement& elem) {
+  return visit_container(elem);
 }
-bool EFIElemVisitor::visit_requirements(const XMLElement&) {
-  return ok();
+bool EFIElemVisitor::visit_interface(const XMLElement& elem) {
+  return visit_container(elem);
 }
-bool EFIElemVisitor::visit_c_model(const XMLElement&) {
-  return ok();
+bool EFIElemVisitor::visit_requirements(const XMLElement& elem) {
+  return visit_container(elem);
 }
-bool EFIElemVisitor::visit_resources(const XMLElement&) {
-  return ok();
+bool EFIElemVisitor::visit_c_model(const XMLElement& elem) {
+  return visit_container(elem);
+}
+bool EFIElemVisitor::visit_resources(const XMLElement& elem) {
+  return visit_container(elem);
 }
 
 bool EFIElemVisitor::visit_is_stall_free(const XMLElement& elem) {
@@ -264,7 +263,7 @@ bool EFIElemVisitor::visit_yes_no(const XMLElement& elem, const char* name, YesN
 
 bool EFIElemVisitor::get_yes_no_attribute_value(const std::string& name, const XMLElement& elem,
                                                 bool& result) {
-  const char* text = read_attribute(elem, VALUE);
+  const char* text = keeps_rule(elem) ? read_attribute(elem, VALUE) : nullptr;
   if (text == nullptr) {
     return false;
   }
@@ -280,7 +279,7 @@ bool EFIElemVisitor::get_yes_no_attribute_value(const std::string& name, const X
 }
 
 bool EFIElemVisitor::get_attribute_value(const XMLElement& elem, int& result) {
-  const char* text = read_attribute(elem, VALUE);
+  const char* text = keeps_rule(elem) ? read_attribute(elem, VALUE) : nullptr;
   if (text == nullptr) {
     return false;
   }
@@ -292,7 +291,7 @@ bool EFIElemVisitor::get_attribute_value(const XMLElement& elem, int& result) {
 }
 
 bool EFIElemVisitor::get_attribute_value(const XMLElement& elem, float& result) {
-  const char* text = read_attribute(elem, VALUE);
+  const char* text = keeps_rule(elem) ? read_attribute(elem, VALUE) : nullptr;
   if (text == nullptr) {
     return false;
   }
@@ -304,7 +303,7 @@ bool EFIElemVisitor::get_attribute_value(const XMLElement& elem, float& result) 
 }
 
 bool EFIElemVisitor::visit_parameter(const XMLElement& elem) {
-  const char* name = read_attribute(elem, NAME);
+  const char* name = keeps_rule(elem) ? read_attribute(elem, NAME) : nullptr;
   const char* value = name != nullptr ? read_attribute(elem, VALUE) : nullptr;
   if (value == nullptr) {
     return false;

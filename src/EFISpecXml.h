@@ -10,7 +10,6 @@
 
 namespace vex::efi::xml {
 
-struct ElementRule;
 struct RequiredAttribute;
 
 // Walks a component specification: the root element and the FUNCTION elements under it, each of
@@ -37,8 +36,8 @@ private:
 };
 
 // Walks one FUNCTION element and fills one component. A table of rules says where each element may
-// stand, whether once only, and with which attributes; VisitEnter applies it and then calls the
-// element's handler. What can only be judged on the whole is checked when an element closes.
+// stand, whether once only, and with which attributes, and names its handler. What can only be
+// judged on the whole is checked when an element closes.
 class EFIElemVisitor : public vex::xml::BaseVisitor {
 public:
   EFIElemVisitor(BaseVisitor* parent, EFISpec* spec, bool component_checks);
@@ -49,7 +48,8 @@ public:
                   const tinyxml2::XMLAttribute* first_attribute) override;
   bool VisitExit(const tinyxml2::XMLElement& elem) override;
 
-  // The handlers, each for an element that keeps its rule. True descends into the element.
+  // The handlers, each for an element of its name that is being visited; each begins with the
+  // element's rule. True descends into the element.
   bool visit_efi_elem(const tinyxml2::XMLElement& elem);
   bool visit_attributes(const tinyxml2::XMLElement& elem);
   bool visit_is_stall_free(const tinyxml2::XMLElement& elem);
@@ -75,14 +75,15 @@ public:
   bool visit_dsps(const tinyxml2::XMLElement& elem);
   bool visit_mlabs(const tinyxml2::XMLElement& elem);
 
-  // Read the "value" attribute of the element of that name; false after a report.
+  // Read the "value" attribute of an element that keeps its rule; false after a report.
   bool get_yes_no_attribute_value(const std::string& name, const tinyxml2::XMLElement& elem,
                                   bool& result);
   bool get_attribute_value(const tinyxml2::XMLElement& elem, int& result);
   bool get_attribute_value(const tinyxml2::XMLElement& elem, float& result);
 
 private:
-  bool keeps_rule(const tinyxml2::XMLElement& elem, const ElementRule& rule);
+  bool keeps_rule(const tinyxml2::XMLElement& elem);
+  bool visit_container(const tinyxml2::XMLElement& elem);
   bool visit_yes_no(const tinyxml2::XMLElement& elem, const char* name, YesNo& field);
 
   // The attribute's text, or null after reports.
@@ -104,6 +105,8 @@ private:
   EFISpec* m_spec;
   bool m_component_checks;
   EFIElem* m_elem = nullptr; // owned by m_spec
+
+  // The names of m_elem's ports again, to find one among thousands.
   std::unordered_set<std::string> m_ports_in_use;
   std::unordered_set<std::string> m_mem_ports;
 };

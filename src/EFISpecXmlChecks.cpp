@@ -18,6 +18,7 @@ namespace vex::efi::xml {
 
 namespace {
 
+constexpr std::size_t MIN_BLOCK_SIZE = 4096;
 constexpr std::size_t MAX_BLOCK_SIZE = std::size_t{1} << 18;
 
 // What a pipeline stage of that latency holds: a word, or nothing when it has no registers.
@@ -62,8 +63,10 @@ bool strings_in_file(const std::string& path, const std::vector<std::string>& ke
   if (search.is_complete() || fstat(fd.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
     return search.is_complete();
   }
+  // Small for small files, and large beside what is searched twice.
+  const auto file_size = static_cast<std::size_t>(status.st_size);
   const std::size_t block_size =
-      std::min(MAX_BLOCK_SIZE, static_cast<std::size_t>(status.st_size) + 1);
+      std::max(std::clamp(file_size + 1, MIN_BLOCK_SIZE, MAX_BLOCK_SIZE), 4 * search.overlap());
   const auto buffer = std::make_unique_for_overwrite<char[]>(search.overlap() + block_size);
   std::size_t kept = 0;
   while (!search.is_complete()) {
@@ -178,7 +181,8 @@ bool EFIElemVisitor::check_memory_ports() {
 }
 
 bool EFIElemVisitor::check_files() {
-  const std::string source_name = get_source_name();
+  const char* name = get_source_name();
+  const std::string source_name = name != nullptr ? name : "";
   const std::size_t slash = source_name.rfind('/');
   const std::string directory = slash != std::string::npos ? source_name.substr(0, slash) : "";
   std::string text;

@@ -33,7 +33,7 @@ bool EFIElemVisitor::port_in_use(const std::string& port) const {
 }
 
 bool EFIElemVisitor::visit_veyra(const XMLElement& elem) {
-  const char* port = read_attribute(elem, PORT);
+  const char* port = keeps_rule(elem) ? read_attribute(elem, PORT) : nullptr;
   const char* type = port != nullptr ? read_attribute(elem, TYPE) : nullptr;
   if (type == nullptr) {
     return false;
@@ -59,10 +59,10 @@ bool EFIElemVisitor::visit_veyra(const XMLElement& elem) {
   return ok();
 }
 
-// The attributes that INPUT and OUTPUT share.
+// The rule and the attributes that INPUT and OUTPUT share.
 bool EFIElemVisitor::read_data_port(const XMLElement& elem, const char* width_msg,
                                     std::string& port, unsigned& width) {
-  const char* text = read_attribute(elem, PORT);
+  const char* text = keeps_rule(elem) ? read_attribute(elem, PORT) : nullptr;
   if (text == nullptr || !read_unsigned(elem, WIDTH, width)) {
     return false;
   }
@@ -90,12 +90,18 @@ bool EFIElemVisitor::visit_input(const XMLElement& elem) {
 }
 
 bool EFIElemVisitor::visit_output(const XMLElement& elem) {
-  return read_data_port(elem, "Output port width must be a multiple of 8.", m_elem->m_output_name,
-                        m_elem->m_output_width);
+  std::string port;
+  unsigned width = 0;
+  if (!read_data_port(elem, "Output port width must be a multiple of 8.", port, width)) {
+    return ok();
+  }
+  m_elem->m_output_name = port;
+  m_elem->m_output_width = width;
+  return ok();
 }
 
 bool EFIElemVisitor::visit_mem_input(const XMLElement& elem) {
-  const char* port = read_attribute(elem, PORT);
+  const char* port = keeps_rule(elem) ? read_attribute(elem, PORT) : nullptr;
   const char* access = port != nullptr ? read_attribute(elem, ACCESS) : nullptr;
   if (access == nullptr) {
     return false;
@@ -120,7 +126,7 @@ bool EFIElemVisitor::visit_mem_input(const XMLElement& elem) {
 bool EFIElemVisitor::visit_veyra_mem(const XMLElement& elem) {
   unsigned width = 0;
   unsigned burst_width = 0;
-  const char* port = read_attribute(elem, PORT);
+  const char* port = keeps_rule(elem) ? read_attribute(elem, PORT) : nullptr;
   if (port == nullptr || !read_unsigned(elem, WIDTH, width) ||
       !read_unsigned(elem, BURSTWIDTH, burst_width)) {
     return false;

@@ -14,7 +14,7 @@
 #define VEX_ASSERT(expression) VEX_ASSERT_TEXT(expression, #expression)
 #define VEX_ASSERT_TEXT(expression, text)                                                          \
   (static_cast<bool>(expression) ? static_cast<void>(0)                                            \
-                                 : vex_assert_fail(text, __FILE__, __LINE__, __func__))
+                                 : vex_assert_fail(text, __FILE__, __LINE__, __PRETTY_FUNCTION__))
 
 [[noreturn]] inline void vex_assert_fail(const char* text, const char* file, int line,
                                          const char* function) {
