@@ -32,10 +32,11 @@ install_build_packages() {
   install_packages g++ make cmake pkg-config binutils libelf-dev libtinyxml2-dev libgtest-dev
 }
 
-# What the examples are simulated and compiled with, and what the schema, the completions and the
-# manual are tried with. Without them the tests that need them are skipped.
+# What the examples are simulated and compiled with, and what the schema, the completions, the
+# manual and the users' builds are tried with. Without them the tests that need them are skipped.
 install_optional_packages() {
-  install_packages iverilog verilator clang llvm libxml2-utils zsh fish file scdoc mandoc ||
+  install_packages iverilog verilator clang llvm libxml2-utils zsh fish file scdoc mandoc \
+    ninja-build scons ||
     echo "could not install them: the tests that need them will be skipped"
 }
 
