@@ -8,33 +8,7 @@ using Cli = InTempDir;
 
 const std::string PACKAGE_USAGE = "Usage: bfcl library hdl-comp-pkg <spec.xml> -o <output_file>.bfco\n";
 
-constexpr const char* GENERAL_HELP =
-    R"(
-bfcl library - Manage OpenCL Libraries
-
-Usage:
-   bfcl library hdl-comp-pkg <spec.xml> -o <output_file>.bfco
-          Package a single HDL component into an object file suitable
-          for inclusion into a library.
-          To package OpenCL files into a library, run bfc with -shared option instead.
-
-   bfcl library -c ...
-          same as hdl-comp-pkg
-
-   bfcl library create [-name <library_name>] [-vendor <library_vendor>] [-version <library_version>] [-o <output_file>] [bfco...] [bfclib...]
-          Create a library file out of bfco files created by hdl-comp-pkg
-          or 'bfc -shared', and/or other bfclib libraries.
-          -name, -vendor, and -version are optional information strings.
-
-   bfcl library list <library_name>
-          Lists all HDL components in the library.
-          OpenCL components are currently not listable.
-
-   bfcl library help
-          Displays this message.
-
-)";
-
+const std::string GENERAL_HELP = read_file(BFCL_SOURCE_DIR "/tests/data/help.txt");
 void expect_failure(const Outcome& result, const std::string& out, const std::string& err = "") {
   EXPECT_EQ(1, result.status);
   EXPECT_EQ(out, result.out);
@@ -44,7 +18,6 @@ void expect_failure(const Outcome& result, const std::string& out, const std::st
 } // namespace
 
 TEST_F(Cli, HelpAndUsage) {
-  const std::string help = GENERAL_HELP;
   const std::string create = "Usage: bfcl library create [-name <library_name>] [-vendor <library_vendor>] [-version "
                              "<library_version>] [-o <output_file>] [bfco...] [bfclib...]\n";
   const std::string no_inputs = "Error: No component package files are given! Not making an empty library.\n";
@@ -54,11 +27,11 @@ TEST_F(Cli, HelpAndUsage) {
     int status;
     std::string out;
   } cases[] = {
-      {{}, 0, help},
-      {{"-v"}, 0, help + help},
-      {{"help"}, 0, help},
-      {{"HELP", "-v"}, 0, help},
-      {{"", "x"}, 0, help},
+      {{}, 0, GENERAL_HELP},
+      {{"-v"}, 0, GENERAL_HELP + GENERAL_HELP},
+      {{"help"}, 0, GENERAL_HELP},
+      {{"HELP", "-v"}, 0, GENERAL_HELP},
+      {{"", "x"}, 0, GENERAL_HELP},
       {{"hdl-comp-pkg"}, 1, PACKAGE_USAGE},
       {{"-c", "spec.xml", "-O", "x"}, 1, PACKAGE_USAGE},
       {{"-c", "spec.xml", "-o", "x", "y"}, 1, PACKAGE_USAGE},

@@ -71,7 +71,7 @@ std::vector<Edit> read_edits() {
       append_line(edits.back().from, line);
     } else if (line[0] == '+') {
       append_line(edits.back().to, line);
-    } else if (!line.empty() && line[0] != '#') {
+    } else if (!line.empty() && line[0] != '#' && line[0] != '!') {
       edits.back().errors += framed_error(line);
     }
   }

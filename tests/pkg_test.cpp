@@ -147,12 +147,6 @@ TEST_F(Pkg, SectionsRoundTrip) {
   EXPECT_EQ("0123456789", read_section(nested.get(), "a"));
 }
 
-TEST_F(Pkg, ReadBackByAnotherReader) {
-  make_package();
-  ASSERT_EQ(0, run({"objcopy", "--dump-section", "a=dump", "good", "copy"}).status);
-  EXPECT_EQ("0123456789", read_file("dump"));
-}
-
 TEST_F(Pkg, RefusedOperationsSayWhy) {
   make_package();
   write_file("source", "s");
@@ -281,21 +275,6 @@ TEST_F(Pkg, MemoryTakesShowBitsOnly) {
   });
   EXPECT_EQ("Invalid mode 257 for opening a binary in memory\n", printed.err);
   EXPECT_EQ("", printed.out);
-}
-
-TEST_F(Pkg, UpdatedStringTableCanStillGrow) {
-  make_package();
-  const char table[] = "\0.shstrtab\0\0x\0yz"; // the same places, other names
-  {
-    const vex_pkg_ptr pkg = open_package("good", EDIT);
-    EXPECT_EQ(1U, vex_pkg_update_section(pkg.get(), ".shstrtab", table, sizeof table));
-    EXPECT_EQ("0123456789", read_section(pkg.get(), "x"));
-    EXPECT_EQ("(none)", read_section(pkg.get(), "a"));
-    EXPECT_EQ(1U, vex_pkg_add_data_section(pkg.get(), "a", "new", 3));
-  }
-  const vex_pkg_ptr pkg = open_package("good", READ);
-  EXPECT_EQ("0123456789", read_section(pkg.get(), "x"));
-  EXPECT_EQ("new", read_section(pkg.get(), "a"));
 }
 
 // A table taken from itself, and the same table again and again.
