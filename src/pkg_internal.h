@@ -41,6 +41,7 @@ struct vex_pkg_file {
   bool dirty : 1 = false;
   bool show_errors : 1 = false;
   bool show_info : 1 = false;
+  bool maps_files : 1 = false;
   bool damaged : 1 = false; // libelf's list of sections is not fit to be walked or written
 
   // The string table of a writable package. libelf's descriptor points at a block of ours, which

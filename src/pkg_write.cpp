@@ -182,8 +182,8 @@ bool is_package_file(const vex_pkg_file* pkg, const struct stat& status) {
 // The file's bytes, which the handle keeps; null after a message. The package's own file is copied,
 // as writing the package changes it.
 const void* take_contents(vex_pkg_file* pkg, const SourceFile& file) {
-  if (file.size() >= MIN_MAPPED_SIZE && pkg->mapped_sources.size() < MAX_MAPPINGS &&
-      !is_package_file(pkg, file.status())) {
+  if (pkg->maps_files && file.size() >= MIN_MAPPED_SIZE &&
+      pkg->mapped_sources.size() < MAX_MAPPINGS && !is_package_file(pkg, file.status())) {
     MappedBytes bytes = file.map_all();
     if (bytes.get() != nullptr) {
       pkg->mapped_sources.push_back({file.path(), file.status(), std::move(bytes)});
@@ -224,6 +224,12 @@ unsigned vex_pkg_add_package_section(vex_pkg_file* pkg, const char* name, vex_pk
   }
   pkg->blocks.push_back(std::move(package->image));
   return 1;
+}
+
+void vex_pkg_map_large_files(vex_pkg_file* pkg) {
+  if (pkg != nullptr) {
+    pkg->maps_files = true;
+  }
 }
 
 unsigned vex_pkg_add_data_section_from_file(vex_pkg_file* pkg, const char* name, const char* path) {

@@ -78,8 +78,7 @@ private:
 };
 
 bool LibraryBuild::open() {
-  m_library.reset(
-      vex_pkg_open_file(m_path.c_str(), default_show_mode | VEX_PKG_READ_WRITE | VEX_PKG_CREATE));
+  m_library = create_new_package(m_path);
   if (m_library == nullptr) {
     std::printf("Error: Cannot create library file %s\n", m_path.c_str());
     return false;

@@ -34,6 +34,10 @@ std::optional<FileId> find_file_id(const std::string& path);
 // reads. False, after a message, when one of the inputs leads to the same file.
 bool check_output_is_no_input(const std::string& output, const std::vector<std::string>& inputs);
 
+// Creates a package, or returns null after the container's message. What it is made from must stay
+// as it is until it is closed.
+vex_pkg_ptr create_new_package(const std::string& path);
+
 // Closes a package that was made and returns whether it stands whole in its file; if not, a message
 // follows the container's.
 bool close_new_package(vex_pkg_ptr pkg, const std::string& path);

@@ -225,8 +225,7 @@ int create_component_container(int argc, char** argv) {
   if (!check_output_is_no_input(output_file, find_input_files(spec_path, contents))) {
     return 1;
   }
-  vex_pkg_ptr pkg(vex_pkg_open_file(output_file.c_str(),
-                                    default_show_mode | VEX_PKG_READ_WRITE | VEX_PKG_CREATE));
+  vex_pkg_ptr pkg = create_new_package(output_file);
   if (pkg == nullptr) {
     std::printf("Error: Cannot create a new file %s\n", output_file.c_str());
     return 1;
