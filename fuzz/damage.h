@@ -35,7 +35,9 @@ inline std::vector<Damage> damages_of(const std::string& file) {
         {"flipped" + at, i, std::string(1, static_cast<char>(file[i] ^ (1 << i % 8)))});
   }
   const auto word = [](std::size_t value, std::size_t width) {
-    return std::string(reinterpret_cast<const char*>(&value), width);
+    std::string bytes(sizeof value, '\0');
+    std::memcpy(bytes.data(), &value, sizeof value);
+    return bytes.substr(0, width);
   };
   const auto field = [&](const std::string& name, std::size_t offset, std::size_t width) {
     for (const std::size_t value :

@@ -185,6 +185,7 @@ void build_name_table(vex_pkg_file* pkg, Elf_Scn* section) {
   if (pkg->name_table == nullptr) {
     report(pkg->show_errors, " Failed to allocate %d bytes for string table",
            static_cast<int>(INITIAL_NAME_TABLE_SIZE));
+    pkg->name_data = nullptr; // names would begin where the table's own is missing
     return;
   }
   pkg->name_capacity = INITIAL_NAME_TABLE_SIZE;

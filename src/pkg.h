@@ -87,8 +87,8 @@ unsigned vex_pkg_add_data_section(vex_pkg_file* pkg, const char* name, const voi
 // size in bytes; nothing is appended. Null after a message on standard error.
 [[nodiscard]] void* vex_pkg_read_file_into_buffer(const char* path, std::size_t* size_out);
 
-// From now on, large files that are added or updated from are not copied: they must not change until
-// close, which fails when one did.
+// From now on, large files that are added or updated from are not copied: they must not change
+// until close, which fails when one did.
 void vex_pkg_map_large_files(vex_pkg_file* pkg);
 
 // Adds the whole of a regular file as a section.

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "pkg_internal.h"
+#include "unique_fd.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -156,6 +157,20 @@ struct file_closer {
   void operator()(std::FILE* file) const { static_cast<void>(std::fclose(file)); }
 };
 
+// As fopen does, but without waiting for the reader of a FIFO. Null with errno set.
+std::FILE* open_for_writing(const char* path) {
+  constexpr int flags = O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY;
+  unique_fd fd(open(path, flags | O_NONBLOCK, 0666));
+  if (!fd || fcntl(fd.get(), F_SETFL, flags) != 0) {
+    return nullptr;
+  }
+  std::FILE* file = fdopen(fd.get(), "wb");
+  if (file != nullptr) {
+    static_cast<void>(fd.release());
+  }
+  return file;
+}
+
 } // namespace
 
 unsigned vex_pkg_section_exists(vex_pkg_file* pkg, const char* name, std::size_t* size_out) {
@@ -215,7 +230,7 @@ unsigned vex_pkg_read_section_into_file(vex_pkg_file* pkg, const char* name, con
   if (data == nullptr) {
     return 0;
   }
-  std::unique_ptr<std::FILE, file_closer> file(std::fopen(path, "wbe"));
+  std::unique_ptr<std::FILE, file_closer> file(open_for_writing(path));
   if (file == nullptr) {
     report(pkg->show_errors, "Couldn't open file for writing: %s\n", std::strerror(errno));
     return 0;

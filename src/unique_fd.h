@@ -22,6 +22,7 @@ public:
   }
 
   [[nodiscard]] int get() const { return m_fd; }
+  [[nodiscard]] int release() { return std::exchange(m_fd, -1); }
   explicit operator bool() const { return m_fd >= 0; }
 
   // Opens a file for reading, without waiting for the writer of a FIFO.

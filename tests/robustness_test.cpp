@@ -146,7 +146,7 @@ protected:
     auto left = files();
     const bool finished = left == m_results || call == "unlink";
     if (run.status == 0) {
-      EXPECT_TRUE(finished && run.out == m_good.out);
+      EXPECT_TRUE(finished && run.out == m_good.out && (call != "fsync" || access("mark", F_OK) != 0));
     } else if (run.status == 1) {
       EXPECT_TRUE(finished || left == m_inputs || GetParam().words[0] != "create");
       EXPECT_TRUE(run.out + run.err != "" || call == "system");

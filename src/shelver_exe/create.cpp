@@ -78,6 +78,9 @@ private:
 };
 
 bool LibraryBuild::open() {
+  if (!find_file_id(m_path)) {
+    m_output.arm(); // an opening that fails may have made the file
+  }
   m_library = create_new_package(m_path);
   if (m_library == nullptr) {
     std::printf("Error: Cannot create library file %s\n", m_path.c_str());

@@ -114,11 +114,13 @@ bool CModelExtraction::extract_file(vex_pkg_file* component, const char* section
     return true;
   }
   std::printf("%s\n", output.c_str());
-  if (vex_pkg_read_section_into_file(component, model.c_str(), output.c_str()) == 0) {
+  // The next run would take a part of the file for the whole, if this one failed or was killed.
+  const std::string part = output + ".part";
+  if (vex_pkg_read_section_into_file(component, model.c_str(), part.c_str()) == 0 ||
+      std::rename(part.c_str(), output.c_str()) != 0) {
     std::printf("Cannot write section %s to file %s!\n", model.c_str(), output.c_str());
-    // The next run would take a part of the file for the whole.
-    if (file_is_a_regular_file(output)) {
-      unlink(output.c_str());
+    if (file_is_a_regular_file(part)) {
+      unlink(part.c_str());
     }
     return false;
   }

@@ -4,6 +4,7 @@
 #include "vex_assert.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 
@@ -23,16 +24,23 @@ bool file_is_a_regular_file(const std::string& path) {
 
 std::optional<FileId> find_file_id(const std::string& path) {
   struct stat status = {};
-  if (stat(path.c_str(), &status) != 0) {
-    return std::nullopt;
+  if (stat(path.c_str(), &status) == 0) {
+    return FileId{status.st_dev, status.st_ino, true};
   }
-  return FileId{status.st_dev, status.st_ino};
+  for (const int nowhere : {ENOENT, ENOTDIR, EACCES, ELOOP, ENAMETOOLONG}) {
+    if (errno == nowhere) {
+      return std::nullopt;
+    }
+  }
+  return FileId{};
 }
 
 bool check_output_is_no_input(const std::string& output, const std::vector<std::string>& inputs) {
   const auto id = find_file_id(output);
-  if (id && std::any_of(inputs.begin(), inputs.end(),
-                        [&id](const std::string& input) { return find_file_id(input) == id; })) {
+  if (id && std::any_of(inputs.begin(), inputs.end(), [&id](const std::string& input) {
+        const auto input_id = find_file_id(input);
+        return input_id && input_id->may_be(*id);
+      })) {
     std::printf("Error: Output file %s is also an input file!\n", output.c_str());
     return false;
   }

@@ -22,12 +22,19 @@ int file_is_directory(const char* path);
 // Whether the path names a regular file; links are followed.
 bool file_is_a_regular_file(const std::string& path);
 
-// What tells a file from every other, whatever path leads to it. None when there is nothing there.
+// What tells a file from every other, whatever path leads to it.
 struct FileId {
-  dev_t device;
-  ino_t inode;
-  bool operator==(const FileId&) const = default;
+  dev_t device = 0;
+  ino_t inode = 0;
+  bool known = false;
+
+  // Whether both may be one file. A file that could not be looked at may be any.
+  [[nodiscard]] bool may_be(const FileId& other) const {
+    return !known || !other.known || (device == other.device && inode == other.inode);
+  }
 };
+
+// None when the path leads nowhere, so that opening it fails or makes a new file.
 std::optional<FileId> find_file_id(const std::string& path);
 
 // An output file is written over what stands there, which must not be a file that the command

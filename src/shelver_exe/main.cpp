@@ -9,6 +9,9 @@
 #include <cstring>
 #include <exception>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 namespace {
 
 struct Command {
@@ -60,11 +63,25 @@ int run(int argc, char** argv) {
   return 0;
 }
 
+// A write beyond a file-size limit or to a reader that went away fails like one on a full disk,
+// instead of ending the process. Closed standard descriptors are taken up, so that no file of a
+// command gets their numbers and messages go into it; writing to them fails as before.
+void prepare_process() {
+  std::signal(SIGXFSZ, SIG_IGN);
+  std::signal(SIGPIPE, SIG_IGN);
+  int fd = 0;
+  while (fd >= 0 && fd <= STDERR_FILENO) {
+    fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
+  }
+  if (fd >= 0) {
+    close(fd);
+  }
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
-  // A write beyond a file-size limit fails like one on a full disk, instead of ending the process.
-  std::signal(SIGXFSZ, SIG_IGN);
+  prepare_process();
   int status = 1;
   try {
     status = run(argc, argv);

@@ -62,8 +62,12 @@ bool discover_functions(const std::string& linked_file, std::vector<std::string>
     return false;
   }
   extract_function_and_kernel_lists(stream, kernels, functions);
+  const bool all_read = std::ferror(stream) == 0;
   pclose(stream);
-  return true;
+  if (!all_read) {
+    std::printf("Error: Failed to read the names of OpenCL helper functions!\n");
+  }
+  return all_read;
 }
 
 } // namespace
@@ -113,10 +117,12 @@ bool OpenClCode::take_section(vex_pkg_file* package, const char* section, const 
     return false;
   }
   const bool existed = file_is_a_regular_file(file);
+  // Listed first, as a part of the file must go, too; one that was there and could not be opened
+  // must not.
+  m_written.push_back(file);
   const bool written = vex_pkg_read_section_into_file(package, section, file.c_str()) != 0;
-  // A part of the file must go, too; one that was there and could not be opened must not.
-  if (written || !existed) {
-    m_written.push_back(file);
+  if (!written && existed) {
+    m_written.pop_back();
   }
   if (!written) {
     std::printf("Error: Couldn't write section %s into a new file %s!\n", section, file.c_str());
