@@ -104,11 +104,6 @@ TEST_F(Library, AnOutputThatCannotBeOpenedStays) {
   EXPECT_TRUE(std::filesystem::exists("busy"));
 }
 
-TEST_F(Library, AnOutputThatCannotBePrintedLeavesNoLibrary) {
-  EXPECT_EQ(1, run({"sh", "-c", BFCL_BIN_DIR "/bfcl-library create -v -o out a.bfco >/dev/full"}).status);
-  EXPECT_FALSE(std::filesystem::exists("out"));
-}
-
 TEST_F(Library, FunctionsAreDefinedOnce) {
   // The second function of one package is the first of another.
   const std::string spec = "a/spec.xml";
@@ -120,14 +115,6 @@ TEST_F(Library, FunctionsAreDefinedOnce) {
   write_file("out", "removed by the failure");
   expect_failure({"create", "-o", "out", "a.bfco", "b.bfco"},
                  "Error: Have more than one definition of component named fb!\n");
-}
-
-TEST_F(Library, FailedPackagingLeavesWhatCreateRefuses) {
-  std::filesystem::remove("a/top.v");
-  write_file("a/top.txt", "module top(a);");
-  write_file("a/spec.xml", replaced(read_file("a/spec.xml"), "top.v", "top.txt"));
-  ASSERT_EQ(1, bfcl_library({"-c", "a/spec.xml", "-o", "a.bfco"}).status);
-  EXPECT_EQ(1, bfcl_library({"create", "-o", "out", "a.bfco"}).status);
 }
 
 TEST_F(Library, ListRefusesWhatIsNoLibrary) {

@@ -26,14 +26,6 @@ constexpr const char* HELP = "\nEach HDL component must conform to the following
                              "  - If VEYRA_MEM port is requested, at least one MEM_INPUT must\n"
                              "    be provided.\n";
 
-std::string joined(const std::vector<std::string>& texts) {
-  std::string result;
-  for (const std::string& text : texts) {
-    result += text;
-  }
-  return result;
-}
-
 // Without the searches of files.
 std::unique_ptr<EFISpec> load(EFISpecXmlLoader& loader, const std::string& xml) {
   return std::unique_ptr<EFISpec>(loader.load_xml(xml.c_str()));

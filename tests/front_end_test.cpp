@@ -159,12 +159,6 @@ TEST_F(FrontEnd, DuplicatesAreAllTold) {
   EXPECT_EQ(0, find_duplicates(list, ""));
 }
 
-TEST_F(FrontEnd, SectionKindsKeepExtensionsInLowerCase) {
-  const PkgSectionKind kind(".p.", {"V", "sv", "v"});
-  EXPECT_EQ(".p.", kind.prefix);
-  EXPECT_EQ((std::set<std::string>{"sv", "v"}), kind.extensions);
-}
-
 TEST_F(FrontEnd, FunctionsOfTextualIr) {
   const std::string filler(4087, 'x'); // "define " and it fill the reader's line
   const struct {

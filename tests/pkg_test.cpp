@@ -402,11 +402,3 @@ TEST_F(Pkg, EditingRefusesWhatCannotBeWrittenSafely) {
     EXPECT_EQ(c.message, printed.err);
   }
 }
-
-TEST_F(Pkg, FailedWriteIsToldWhateverIsShown) {
-  const Printed printed = capture([] {
-    vex_pkg_file* pkg = vex_pkg_open_file("/dev/full", VEX_PKG_READ_WRITE | VEX_PKG_CREATE);
-    EXPECT_EQ(0U, vex_pkg_close_file_checked(pkg));
-  });
-  EXPECT_EQ(0U, printed.err.find(" elf_update ()  failed : "));
-}

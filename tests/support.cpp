@@ -3,6 +3,7 @@
 
 #include <cstdlib>
 #include <fstream>
+#include <numeric>
 #include <sstream>
 
 #include <fcntl.h>
@@ -51,6 +52,10 @@ std::string replaced(std::string text, const std::string& from, const std::strin
     return text;
   }
   return text.replace(place, from.size(), to);
+}
+
+std::string joined(const std::vector<std::string>& texts) {
+  return std::accumulate(texts.begin(), texts.end(), std::string());
 }
 
 Printed capture(const std::function<void()>& function) {

@@ -15,6 +15,9 @@ void write_file(const std::string& path, const std::string& bytes);
 // The text with its first occurrence of `from`, which must be there, replaced.
 std::string replaced(std::string text, const std::string& from, const std::string& to);
 
+// All texts, one after the other.
+std::string joined(const std::vector<std::string>& texts);
+
 // What standard output and standard error received while a function ran.
 struct Printed {
   std::string out;

@@ -20,14 +20,6 @@ std::unique_ptr<tinyxml2::XMLDocument> parse(BaseXmlLoader& loader, const char* 
   return std::unique_ptr<tinyxml2::XMLDocument>(loader.parse_xml(text));
 }
 
-std::string joined(const std::vector<std::string>& texts) {
-  std::string result;
-  for (const std::string& text : texts) {
-    result += text;
-  }
-  return result;
-}
-
 // Collects the trace as well.
 class TracingLoader : public BaseXmlLoader {
 public:
