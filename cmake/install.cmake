@@ -57,6 +57,7 @@ function(bfcl_publish name header pc_description)
     # A C program is not linked with the C++ library by itself.
     set(libraries ${CMAKE_CXX_IMPLICIT_LINK_LIBRARIES})
     list(REMOVE_ITEM libraries ${CMAKE_C_IMPLICIT_LINK_LIBRARIES})
+    target_link_libraries(${target} PRIVATE ${libraries})
     list(TRANSFORM libraries PREPEND " -l")
     string(APPEND pc_libs ${libraries})
   endif()
