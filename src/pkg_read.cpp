@@ -115,8 +115,8 @@ bool copy_mapped_source(vex_pkg_file* pkg, Elf_Data* data) {
   if (copy == nullptr) {
     return false;
   }
-  data->d_buf = copy.get();
   pkg->blocks.push_back(std::move(copy));
+  data->d_buf = pkg->blocks.back().get();
   pkg->mapped_sources.erase(source);
   return true;
 }

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <new>
 #include <utility>
 
 namespace {
@@ -80,19 +81,26 @@ bool reserve_name_table(vex_pkg_file* pkg, std::size_t size) {
     return false;
   }
   std::memcpy(table.get(), names->d_buf, names->d_size);
-  pkg->blocks.emplace_back(pkg->name_table.release());
+  malloc_ptr<void>& old_table = pkg->blocks.emplace_back();
+  old_table = std::move(pkg->name_table);
   pkg->name_table = std::move(table);
   pkg->name_capacity = capacity;
   names->d_buf = pkg->name_table.get();
   return true;
 }
 
-// Enters a new section into the index, which counts only while it is complete.
+// Enters a new section into the index, which counts only while it is complete: without memory for
+// the entry, the next look-up makes it anew.
 void index_section(vex_pkg_file* pkg, Elf_Scn* section, const char* name) {
   pkg->indexed = false;
-  if (pkg->index_can_grow) {
+  if (!pkg->index_can_grow) {
+    return;
+  }
+  try {
     pkg->index.try_emplace(name, section);
     pkg->indexed = true;
+  } catch (const std::bad_alloc&) {
+    pkg->index.clear();
   }
 }
 
@@ -219,11 +227,12 @@ unsigned vex_pkg_add_package_section(vex_pkg_file* pkg, const char* name, vex_pk
                ? vex_pkg_add_data_section_from_file(pkg, name, package->name.c_str())
                : 0;
   }
-  if (vex_pkg_add_data_section(pkg, name, package->image.get(), package->image_size) == 0) {
+  if (!check_writable(pkg)) {
     return 0;
   }
+  // Taken over first: the section must not outlive its bytes, whatever fails.
   pkg->blocks.push_back(std::move(package->image));
-  return 1;
+  return vex_pkg_add_data_section(pkg, name, pkg->blocks.back().get(), package->image_size);
 }
 
 void vex_pkg_map_large_files(vex_pkg_file* pkg) {

@@ -157,7 +157,11 @@ protected:
       EXPECT_TRUE(bytes == left[name]) << name;
     }
     EXPECT_EQ(m_good.status, bfcl_library(GetParam().words).status);
-    EXPECT_TRUE(m_results == files());
+    left = files();
+    if (fault.find("kill") == 0) { // which leaves the file that was being written
+      std::erase_if(left, [](const auto& file) { return file.first.find("/.bfcl-") != std::string::npos; });
+    }
+    EXPECT_TRUE(m_results == left);
     clean_up();
   }
 

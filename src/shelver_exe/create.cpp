@@ -231,7 +231,8 @@ bool LibraryBuild::add_texts(const std::vector<std::string>& values) {
 
 // A run that could not print its progress fails, too.
 bool LibraryBuild::finish() {
-  if (!close_new_package(std::move(m_library), m_path) || std::fflush(stdout) != 0) {
+  if (!close_new_package(std::move(m_library), m_path) || std::fflush(stdout) != 0 ||
+      std::ferror(stdout) != 0) {
     return false;
   }
   m_output.disarm();

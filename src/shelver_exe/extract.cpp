@@ -114,14 +114,14 @@ bool CModelExtraction::extract_file(vex_pkg_file* component, const char* section
     return true;
   }
   std::printf("%s\n", output.c_str());
-  // The next run would take a part of the file for the whole, if this one failed or was killed.
-  const std::string part = output + ".part";
+  // The next run would take a part of the file for the whole, if this one failed or was killed. The
+  // name is this process's own, as others may write into the same folder.
+  const std::string part = m_destination + "/.bfcl-" + std::to_string(getpid());
+  unlink(part.c_str());
   if (vex_pkg_read_section_into_file(component, model.c_str(), part.c_str()) == 0 ||
       std::rename(part.c_str(), output.c_str()) != 0) {
     std::printf("Cannot write section %s to file %s!\n", model.c_str(), output.c_str());
-    if (file_is_a_regular_file(part)) {
-      unlink(part.c_str());
-    }
+    unlink(part.c_str());
     return false;
   }
   return true;

@@ -67,8 +67,9 @@ int run(int argc, char** argv) {
 // instead of ending the process. Closed standard descriptors are taken up, so that no file of a
 // command gets their numbers and messages go into it; writing to them fails as before.
 void prepare_process() {
-  std::signal(SIGXFSZ, SIG_IGN);
-  std::signal(SIGPIPE, SIG_IGN);
+  // The tools that a command runs get the usual treatment: handlers do not pass to them.
+  std::signal(SIGXFSZ, [](int) {});
+  std::signal(SIGPIPE, [](int) {});
   int fd = 0;
   while (fd >= 0 && fd <= STDERR_FILENO) {
     fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
