@@ -6,7 +6,6 @@
 #include "vex_assert.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 #include <memory>
 
@@ -29,19 +28,6 @@ int default_capacity(int latency) {
 template <typename List, typename Value>
 bool contains(const List& list, const Value& value) {
   return std::find(list.begin(), list.end(), value) != list.end();
-}
-
-// How many bytes came, fewer than asked for only at the end of the file or on an error.
-std::size_t read_fully(const unique_fd& fd, char* target, std::size_t size) {
-  std::size_t done = 0;
-  while (done < size) {
-    const ssize_t count = read(fd.get(), target + done, size - done);
-    if (count == 0 || (count < 0 && errno != EINTR)) {
-      break;
-    }
-    done += count > 0 ? static_cast<std::size_t>(count) : 0;
-  }
-  return done;
 }
 
 } // namespace
@@ -70,7 +56,9 @@ bool strings_in_file(const std::string& path, const std::vector<std::string>& ke
   const auto buffer = std::make_unique_for_overwrite<char[]>(search.overlap() + block_size);
   std::size_t kept = 0;
   while (!search.is_complete()) {
-    const std::size_t count = read_fully(fd, buffer.get() + kept, block_size);
+    const std::size_t count = move_all(block_size, [&](std::size_t done, std::size_t left) {
+      return read(fd.get(), buffer.get() + kept + done, left);
+    });
     if (count == 0) {
       break;
     }

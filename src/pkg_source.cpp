@@ -2,7 +2,6 @@
 #include "pkg_source.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <utility>
@@ -22,20 +21,6 @@ void report(bool show, const char* format, ...) {
 }
 
 namespace {
-
-// Moves bytes until none are left or no more go; returns how many went.
-template <typename Move>
-std::size_t move_all(std::size_t size, Move move) {
-  std::size_t done = 0;
-  while (done < size) {
-    const ssize_t count = move(done, size - done);
-    if (count == 0 || (count < 0 && errno != EINTR)) {
-      break;
-    }
-    done += count > 0 ? static_cast<std::size_t>(count) : 0;
-  }
-  return done;
-}
 
 malloc_ptr<void> allocate(std::size_t size) {
   return malloc_ptr<void>(std::malloc(std::max<std::size_t>(size, 1)));

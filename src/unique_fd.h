@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #pragma once
 
+#include <cerrno>
+#include <cstddef>
 #include <utility>
 
 #include <fcntl.h>
+#include <sys/types.h>
 #include <unistd.h>
 
 // Owns a file descriptor.
@@ -33,3 +36,18 @@ public:
 private:
   int m_fd;
 };
+
+// Calls move(done, left), as read and write are called, until no bytes are left or no more go, and
+// returns how many went.
+template <typename Move>
+std::size_t move_all(std::size_t size, Move move) {
+  std::size_t done = 0;
+  while (done < size) {
+    const ssize_t count = move(done, size - done);
+    if (count == 0 || (count < 0 && errno != EINTR)) {
+      break;
+    }
+    done += count > 0 ? static_cast<std::size_t>(count) : 0;
+  }
+  return done;
+}
