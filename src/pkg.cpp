@@ -258,12 +258,29 @@ bool adopt_name_table(vex_pkg_file* pkg) {
   return measure_sections(pkg, section);
 }
 
+// Divides a section's contents into descriptors of WRITE_PIECE_SIZE bytes; without memory for more
+// of them, the last one keeps the rest. The section can't be read any more.
+void split_contents(Elf_Scn* section) {
+  Elf_Data* piece = elf_getdata(section, nullptr);
+  while (piece != nullptr && piece->d_size > WRITE_PIECE_SIZE) {
+    Elf_Data* rest = elf_newdata(section);
+    if (rest != nullptr) {
+      fill_section_data(rest, static_cast<char*>(piece->d_buf) + WRITE_PIECE_SIZE,
+                        piece->d_size - WRITE_PIECE_SIZE);
+      rest->d_align = 1;
+      piece->d_size = WRITE_PIECE_SIZE;
+    }
+    piece = rest;
+  }
+}
+
 // Writes a changed package. libelf writes stale gaps and may write a garbage header table unless
 // the whole file is marked.
 bool write_package(vex_pkg_file* pkg) {
   if (pkg->show_info) {
     std::puts("vex_pkg_close_file: Pkg is dirty");
   }
+  std::for_each(pkg->large_sections.begin(), pkg->large_sections.end(), split_contents);
   elf_flagelf(pkg->elf, ELF_C_SET, ELF_F_DIRTY);
   if (pkg->damaged || elf_update(pkg->elf, ELF_C_WRITE) < 0) {
     report(true, " elf_update ()  failed : %s.", elf_error_text(-1));

@@ -5,7 +5,6 @@
 #include "pkg_source.h"
 
 #include <cstdint>
-#include <functional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -15,13 +14,6 @@
 
 // What the parts of the container share: pkg.cpp (lifecycle), pkg_read.cpp and pkg_write.cpp
 // (sections).
-
-struct section_name_hash {
-  using is_transparent = void;
-  std::size_t operator()(std::string_view name) const {
-    return std::hash<std::string_view>{}(name);
-  }
-};
 
 // A source file whose bytes are in the package without having been copied.
 struct mapped_source {
@@ -52,10 +44,14 @@ struct vex_pkg_file {
   std::size_t name_capacity = 0;
 
   // First section of each name, filled in section order at the first look-up and kept up by adding,
-  // unless a longer string table may give other sections a name too.
-  std::unordered_map<std::string, Elf_Scn*, section_name_hash, std::equal_to<>> index;
+  // unless a longer string table may give other sections a name too. The names stand in the string
+  // table, or in one that it has outgrown.
+  std::unordered_map<std::string_view, Elf_Scn*> index;
   bool indexed = false;
   bool index_can_grow = false;
+
+  // Sections that were added with more than WRITE_PIECE_SIZE bytes.
+  std::vector<Elf_Scn*> large_sections;
 
   std::uint64_t content_bytes = 0; // all sections but the string table, with their padding
 
@@ -71,6 +67,10 @@ inline constexpr std::size_t INITIAL_NAME_TABLE_SIZE = 4096;
 
 // From this size on, in bytes, mapping a file costs less than reading it.
 inline constexpr std::size_t MIN_MAPPED_SIZE = 16384;
+
+// How many bytes libelf gets to write at once: the system takes much longer over one write of
+// hundreds of MiB than over many of this size.
+inline constexpr std::size_t WRITE_PIECE_SIZE = std::size_t{256} << 10;
 
 // elf_errmsg, which may return null for "no error", as a printable text.
 const char* elf_error_text(int error);

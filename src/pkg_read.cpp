@@ -76,7 +76,7 @@ Elf_Scn* get_section_by_name(vex_pkg_file* pkg, const char* name) {
   if (!pkg->indexed) {
     build_index(pkg);
   }
-  const auto found = pkg->index.find(std::string_view(name));
+  const auto found = pkg->index.find(name);
   return found != pkg->index.end() ? found->second : nullptr;
 }
 

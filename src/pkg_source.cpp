@@ -66,9 +66,13 @@ malloc_ptr<void> MappedBytes::copy() const {
 SourceFile::SourceFile(const char* path)
     : m_path(path != nullptr ? path : ""), m_fd(unique_fd::open_for_reading(m_path)) {
   if (!m_fd || fstat(m_fd.get(), &m_status) != 0 || !S_ISREG(m_status.st_mode)) {
-    report(true, "Couldn't open file %s for reading\n", m_path);
     m_fd = unique_fd();
   }
+}
+
+bool SourceFile::check_open() const {
+  report(!is_open(), "Couldn't open file %s for reading\n", m_path);
+  return is_open();
 }
 
 malloc_ptr<void> SourceFile::read_all() const {

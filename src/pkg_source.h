@@ -10,6 +10,8 @@
 
 // What the container needs beside libelf: its messages and the reading of source files.
 
+struct vex_pkg_file;
+
 // Prints to standard error if `show` is set, after what stands in standard output's buffer, so that
 // the order holds when both are one pipe.
 [[gnu::format(printf, 2, 3)]] void report(bool show, const char* format, ...);
@@ -42,10 +44,14 @@ private:
 // error.
 class SourceFile {
 public:
-  // The path is not copied.
+  // The path is not copied. Prints nothing.
   explicit SourceFile(const char* path);
 
   [[nodiscard]] bool is_open() const { return static_cast<bool>(m_fd); }
+
+  // The same, with a message when it is not.
+  [[nodiscard]] bool check_open() const;
+
   [[nodiscard]] const char* path() const { return m_path; }
 
   // What the file was when it was opened; its size is in bytes.
@@ -63,3 +69,7 @@ private:
   unique_fd m_fd;
   struct stat m_status = {};
 };
+
+// vex_pkg_add_data_section_from_file for a file that the caller has opened.
+unsigned vex_pkg_add_data_section_from_source(vex_pkg_file* pkg, const char* name,
+                                              const SourceFile& file);

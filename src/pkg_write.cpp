@@ -122,7 +122,8 @@ bool name_section(vex_pkg_file* pkg, Elf_Scn* section, const char* name) {
     return false;
   }
   const std::size_t offset = names->d_size;
-  std::memcpy(pkg->name_table.get() + offset, name, length + 1);
+  char* own_name = pkg->name_table.get() + offset;
+  std::memcpy(own_name, name, length + 1);
   names->d_size = offset + length + 1;
   elf_flagdata(names, ELF_C_SET, ELF_F_DIRTY);
   Elf32_Shdr* header = elf32_getshdr(section);
@@ -131,18 +132,12 @@ bool name_section(vex_pkg_file* pkg, Elf_Scn* section, const char* name) {
     return false;
   }
   header->sh_name = static_cast<Elf32_Word>(offset);
-  index_section(pkg, section, name);
+  index_section(pkg, section, own_name);
   return true;
 }
 
-} // namespace
-
-unsigned vex_pkg_add_data_section(vex_pkg_file* pkg, const char* name, const void* buffer,
-                                  std::size_t size) {
-  if (!check_can_add(pkg, name) || !check_buffer(pkg, buffer, size) ||
-      !check_package_size(pkg, size)) {
-    return 0;
-  }
+// Adds a section once nothing speaks against it.
+unsigned append_section(vex_pkg_file* pkg, const char* name, const void* buffer, std::size_t size) {
   Elf_Scn* section = make_section(pkg);
   if (section == nullptr) {
     return 0;
@@ -154,6 +149,9 @@ unsigned vex_pkg_add_data_section(vex_pkg_file* pkg, const char* name, const voi
   }
   fill_section_data(data, buffer, size);
   pkg->content_bytes += padded_size(size);
+  if (size > WRITE_PIECE_SIZE) {
+    pkg->large_sections.push_back(section);
+  }
   pkg->dirty = true;
   set_section_header(pkg, section, SHT_PROGBITS, 0);
   if (!name_section(pkg, section, name)) {
@@ -166,9 +164,19 @@ unsigned vex_pkg_add_data_section(vex_pkg_file* pkg, const char* name, const voi
   return 1;
 }
 
+} // namespace
+
+unsigned vex_pkg_add_data_section(vex_pkg_file* pkg, const char* name, const void* buffer,
+                                  std::size_t size) {
+  return check_can_add(pkg, name) && check_buffer(pkg, buffer, size) &&
+                 check_package_size(pkg, size)
+             ? append_section(pkg, name, buffer, size)
+             : 0;
+}
+
 void* vex_pkg_read_file_into_buffer(const char* path, std::size_t* size_out) {
   const SourceFile file(path);
-  malloc_ptr<void> bytes = file.is_open() ? file.read_all() : nullptr;
+  malloc_ptr<void> bytes = file.check_open() ? file.read_all() : nullptr;
   if (bytes != nullptr && size_out != nullptr) {
     *size_out = file.size();
   }
@@ -206,16 +214,13 @@ const void* take_contents(vex_pkg_file* pkg, const SourceFile& file) {
   return pkg->blocks.back().get();
 }
 
-// Hands a file's bytes to an operation, in the place of `old_size` bytes. *size_out receives their
-// count.
-unsigned apply_file(vex_pkg_file* pkg, const char* name, const char* path, std::size_t old_size,
-                    section_operation operation, std::size_t* size_out) {
-  const SourceFile file(path);
-  if (!file.is_open() || !check_package_size(pkg, file.size(), old_size)) {
+// Hands a file's bytes to an operation, in the place of `old_size` bytes.
+unsigned apply_file(vex_pkg_file* pkg, const char* name, const SourceFile& file,
+                    std::size_t old_size, section_operation operation) {
+  if (!file.check_open() || !check_package_size(pkg, file.size(), old_size)) {
     return 0;
   }
   const void* contents = take_contents(pkg, file);
-  *size_out = file.size();
   return contents != nullptr ? operation(pkg, name, contents, file.size()) : 0;
 }
 
@@ -241,16 +246,20 @@ void vex_pkg_map_large_files(vex_pkg_file* pkg) {
   }
 }
 
-unsigned vex_pkg_add_data_section_from_file(vex_pkg_file* pkg, const char* name, const char* path) {
-  std::size_t size = 0;
-  if (!check_can_add(pkg, name) ||
-      apply_file(pkg, name, path, 0, vex_pkg_add_data_section, &size) == 0) {
+unsigned vex_pkg_add_data_section_from_source(vex_pkg_file* pkg, const char* name,
+                                              const SourceFile& file) {
+  if (!check_can_add(pkg, name) || apply_file(pkg, name, file, 0, append_section) == 0) {
     return 0;
   }
   if (pkg->show_info) {
-    std::printf("Read %zu bytes from file %s and created new section '%s'.\n", size, path, name);
+    std::printf("Read %zu bytes from file %s and created new section '%s'.\n", file.size(),
+                file.path(), name);
   }
   return 1;
+}
+
+unsigned vex_pkg_add_data_section_from_file(vex_pkg_file* pkg, const char* name, const char* path) {
+  return vex_pkg_add_data_section_from_source(pkg, name, SourceFile(path));
 }
 
 namespace {
@@ -306,14 +315,13 @@ unsigned vex_pkg_update_section(vex_pkg_file* pkg, const char* name, const void*
 }
 
 unsigned vex_pkg_update_section_from_file(vex_pkg_file* pkg, const char* name, const char* path) {
-  std::size_t size = 0;
+  const SourceFile file(path);
   const Elf_Data* data = find_data_to_update(pkg, name);
-  if (data == nullptr ||
-      apply_file(pkg, name, path, data->d_size, vex_pkg_update_section, &size) == 0) {
+  if (data == nullptr || apply_file(pkg, name, file, data->d_size, vex_pkg_update_section) == 0) {
     return 0;
   }
   if (pkg->show_info) {
-    std::printf("Read %zu bytes from file %s and updated section '%s'.\n", size, path, name);
+    std::printf("Read %zu bytes from file %s and updated section '%s'.\n", file.size(), path, name);
   }
   return 1;
 }

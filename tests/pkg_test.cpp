@@ -322,6 +322,26 @@ TEST_F(Pkg, LargeSourcesNeedNotBeCopied) {
       << printed.err;
 }
 
+TEST_F(Pkg, LargeSectionsAreWrittenWhole) {
+  std::string bytes;
+  for (std::uint32_t i = 0; bytes.size() <= std::size_t{1} << 20; ++i) {
+    bytes += word(i);
+  }
+  const std::size_t piece = std::size_t{256} << 10;
+  for (const std::size_t size : {piece, piece + 1, 2 * piece, bytes.size()}) {
+    const std::string name = std::to_string(size);
+    const vex_pkg_ptr pkg = open_package("p", size == piece ? CREATE : EDIT);
+    ASSERT_EQ(1U, vex_pkg_add_data_section(pkg.get(), name.c_str(), bytes.data(), size));
+    ASSERT_EQ(1U, vex_pkg_add_data_section(pkg.get(), (name + " updated").c_str(), bytes.data(), size));
+    ASSERT_EQ(1U, vex_pkg_update_section(pkg.get(), (name + " updated").c_str(), bytes.data() + 1, size - 1));
+  }
+  const vex_pkg_ptr pkg = open_package("p", READ);
+  for (const std::size_t size : {piece, piece + 1, 2 * piece, bytes.size()}) {
+    EXPECT_TRUE(bytes.substr(0, size) == read_section(pkg.get(), std::to_string(size).c_str())) << size;
+    EXPECT_TRUE(bytes.substr(1, size - 1) == read_section(pkg.get(), (std::to_string(size) + " updated").c_str()));
+  }
+}
+
 // Whatever a file is, a handle on it behaves as a package without that section.
 TEST_F(Pkg, DamagedFilesHaveNoSections) {
   const std::string good = make_package();

@@ -4,6 +4,7 @@
 #include "EFISpecHandle.h"
 #include "commands.h"
 #include "front_end.h"
+#include "pkg_source.h"
 #include "shelver.h"
 #include "usage.h"
 #include "vex_assert.h"
@@ -57,18 +58,28 @@ bool has_accepted_extension(const std::string& path, const PkgSectionKind& kind)
   return dot != std::string::npos && kind.extensions.contains(to_lower(path.substr(dot + 1)));
 }
 
-bool check_source_file(const std::string& path, const PkgSectionKind& kind) {
-  if (!file_is_a_regular_file(path)) {
+// The file is looked at only when it did not open: it may be one that must not be read.
+bool check_source_file(const SourceFile& file, const PkgSectionKind& kind) {
+  const char* path = file.path();
+  if (!file.is_open() && !file_is_a_regular_file(path)) {
     std::printf("Error: File %s, specified in XML spec file, does not exist or is not a file!\n",
-                path.c_str());
+                path);
     return false;
   }
   if (!has_accepted_extension(path, kind)) {
     std::printf("Error: File %s, specified in XML spec file, has an unsupported file extension!\n",
-                path.c_str());
+                path);
     return false;
   }
   return true;
+}
+
+int add_source_to_container(vex_pkg_file* pkg, const std::string& section, const SourceFile& file) {
+  if (vex_pkg_add_data_section_from_source(pkg, section.c_str(), file) == 0) {
+    std::printf("Error: Couldn't add section %s from file %s\n", section.c_str(), file.path());
+    return 0;
+  }
+  return 1;
 }
 
 int add_text_section(vex_pkg_file* pkg, const char* name, const std::string& text) {
@@ -172,12 +183,7 @@ std::string gen_directory_prefix(int depth, const std::string& spec_dir) {
 
 int add_sourcefile_to_container(vex_pkg_file* pkg, const char* prefix, const char* name,
                                 const char* path) {
-  const std::string section = std::string(prefix) + name;
-  if (vex_pkg_add_data_section_from_file(pkg, section.c_str(), path) == 0) {
-    std::printf("Error: Couldn't add section %s from file %s\n", section.c_str(), path);
-    return 0;
-  }
-  return 1;
+  return add_source_to_container(pkg, std::string(prefix) + name, SourceFile(path));
 }
 
 int add_filenames_to_pkg(vex_pkg_file* pkg, std::vector<std::string>& names,
@@ -189,15 +195,15 @@ int add_filenames_to_pkg(vex_pkg_file* pkg, std::vector<std::string>& names,
       continue;
     }
     const std::string path = my_strjoin(spec_dir, names[i]);
-    if (!check_source_file(path, kind)) {
+    const SourceFile file(path.c_str());
+    if (!check_source_file(file, kind)) {
       ok = 0;
       continue;
     }
     if (verbose != 0) {
       std::printf("Adding file %s located in %s\n", names[i].c_str(), path.c_str());
     }
-    if (add_sourcefile_to_container(pkg, kind.prefix.c_str(), names[i].c_str(), path.c_str()) ==
-        0) {
+    if (add_source_to_container(pkg, kind.prefix + names[i], file) == 0) {
       ok = 0;
     }
   }
