@@ -5,7 +5,9 @@
 
 #include <algorithm>
 #include <cstring>
+#include <span>
 #include <sstream>
+#include <string_view>
 
 namespace vex::xml {
 
@@ -306,31 +308,37 @@ bool BaseVisitor::report_attr_type_error(const tinyxml2::XMLElement& elem,
                                       extra));
 }
 
-bool BaseVisitor::report_unexpected_attrs(const tinyxml2::XMLElement& elem,
-                                          const std::vector<std::string>& allowed) {
+template <typename Names>
+bool BaseVisitor::report_attrs_outside(const tinyxml2::XMLElement& elem, const Names& allowed) {
   for (const tinyxml2::XMLAttribute* attribute = elem.FirstAttribute(); attribute != nullptr;
        attribute = attribute->Next()) {
-    if (std::find(allowed.begin(), allowed.end(), attribute->Name()) == allowed.end()) {
-      report_error(*attribute, "Unexpected attribute '" + std::string(attribute->Name()) + "'.");
+    const std::string_view name = attribute->Name();
+    if (std::find(allowed.begin(), allowed.end(), name) == allowed.end()) {
+      report_error(*attribute, "Unexpected attribute '" + std::string(name) + "'.");
     }
   }
   return ok();
 }
 
+bool BaseVisitor::report_unexpected_attrs(const tinyxml2::XMLElement& elem,
+                                          const std::vector<std::string>& allowed) {
+  return report_attrs_outside(elem, allowed);
+}
+
 bool BaseVisitor::report_unexpected_attrs(const tinyxml2::XMLElement& elem, unsigned count, ...) {
-  std::vector<std::string> allowed;
+  std::vector<const char*> allowed;
   va_list names;
   va_start(names, count);
   for (unsigned i = 0; i < count; ++i) {
-    allowed.emplace_back(va_arg(names, const char*));
+    allowed.push_back(va_arg(names, const char*));
   }
   va_end(names);
-  return report_unexpected_attrs(elem, allowed);
+  return report_attrs_outside(elem, allowed);
 }
 
 bool BaseVisitor::report_unexpected_attrs(const tinyxml2::XMLElement& elem, unsigned count,
-                                          const char** allowed) {
-  return report_unexpected_attrs(elem, std::vector<std::string>(allowed, allowed + count));
+                                          const char* const* allowed) {
+  return report_attrs_outside(elem, std::span(allowed, count));
 }
 
 } // namespace vex::xml

@@ -95,7 +95,7 @@ public:
                                const std::vector<std::string>& allowed);
   bool report_unexpected_attrs(const tinyxml2::XMLElement& elem, unsigned count, ...);
   bool report_unexpected_attrs(const tinyxml2::XMLElement& elem, unsigned count,
-                               const char** allowed);
+                               const char* const* allowed);
 
   // What a visit returns when it has nothing to object: true until the first error.
   bool ok() const { return !m_error; }
@@ -112,6 +112,8 @@ private:
   bool check_bounds(const tinyxml2::XMLElement& elem, unsigned actual, unsigned min_count,
                     unsigned max_count);
   bool matches_stack(std::size_t depth, unsigned count, va_list names) const;
+  template <typename Names>
+  bool report_attrs_outside(const tinyxml2::XMLElement& elem, const Names& allowed);
 
   bool m_error = false;
   bool m_debug;

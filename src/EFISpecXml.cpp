@@ -79,13 +79,22 @@ bool EFIVisitor::VisitExit(const tinyxml2::XMLDocument& doc) {
          report_error("Missing Function (<FUNCTION>) in EFI specification.");
 }
 
+// The attributes that an element may have.
+struct AttributeNames {
+  template <typename... Name>
+  constexpr AttributeNames(Name... name) : count(sizeof...(name)), names{name...} {}
+
+  unsigned count;
+  const char* names[5];
+};
+
 // What each element under FUNCTION must keep, FUNCTION included.
 struct ElementRule {
   const char* name;
   unsigned depth;     // its ancestors up to FUNCTION: 0 for FUNCTION, 1 for an element under it
   const char* parent; // at depth 2
   bool once;
-  std::vector<std::string> attributes;
+  AttributeNames attributes;
   bool (EFIElemVisitor::*visit)(const XMLElement& elem);
 };
 
@@ -96,39 +105,36 @@ constexpr bool ANY = false;
 
 const ElementRule* find_rule(const char* name) {
   using V = EFIElemVisitor;
-  static const std::vector<std::string> none;
-  static const std::vector<std::string> value = {"value"};
-  static const std::vector<std::string> port = {"port", "width"};
-  static const ElementRule rules[] = {
+  static constexpr ElementRule rules[] = {
       {"FUNCTION", 0, nullptr, ANY, {"name", "module"}, &V::visit_efi_elem},
-      {"ATTRIBUTES", 1, nullptr, ONCE, none, &V::visit_attributes},
-      {"IS_STALL_FREE", 2, "ATTRIBUTES", ANY, value, &V::visit_is_stall_free},
-      {"IS_FIXED_LATENCY", 2, "ATTRIBUTES", ANY, value, &V::visit_is_fixed_latency},
-      {"EXPECTED_LATENCY", 2, "ATTRIBUTES", ANY, value, &V::visit_expected_latency},
-      {"CAPACITY", 2, "ATTRIBUTES", ANY, value, &V::visit_capacity},
-      {"HAS_SIDE_EFFECTS", 2, "ATTRIBUTES", ANY, value, &V::visit_has_side_effects},
-      {"ALLOW_MERGING", 2, "ATTRIBUTES", ANY, value, &V::visit_allow_merging},
+      {"ATTRIBUTES", 1, nullptr, ONCE, {}, &V::visit_attributes},
+      {"IS_STALL_FREE", 2, "ATTRIBUTES", ANY, {"value"}, &V::visit_is_stall_free},
+      {"IS_FIXED_LATENCY", 2, "ATTRIBUTES", ANY, {"value"}, &V::visit_is_fixed_latency},
+      {"EXPECTED_LATENCY", 2, "ATTRIBUTES", ANY, {"value"}, &V::visit_expected_latency},
+      {"CAPACITY", 2, "ATTRIBUTES", ANY, {"value"}, &V::visit_capacity},
+      {"HAS_SIDE_EFFECTS", 2, "ATTRIBUTES", ANY, {"value"}, &V::visit_has_side_effects},
+      {"ALLOW_MERGING", 2, "ATTRIBUTES", ANY, {"value"}, &V::visit_allow_merging},
       {"PARAMETER", 2, "ATTRIBUTES", ANY, {"name", "value"}, &V::visit_parameter},
-      {"INTERFACE", 1, nullptr, ONCE, none, &V::visit_interface},
+      {"INTERFACE", 1, nullptr, ONCE, {}, &V::visit_interface},
       {"VEYRA", 2, "INTERFACE", ANY, {"port", "type"}, &V::visit_veyra},
       {"MEM_INPUT", 2, "INTERFACE", ANY, {"port", "access"}, &V::visit_mem_input},
-      {"INPUT", 2, "INTERFACE", ANY, port, &V::visit_input},
-      {"OUTPUT", 2, "INTERFACE", ONCE, port, &V::visit_output},
+      {"INPUT", 2, "INTERFACE", ANY, {"port", "width"}, &V::visit_input},
+      {"OUTPUT", 2, "INTERFACE", ONCE, {"port", "width"}, &V::visit_output},
       {"VEYRA_MEM",
        2,
        "INTERFACE",
        ANY,
        {"port", "width", "burstwidth", "optype", "buffer_location"},
        &V::visit_veyra_mem},
-      {"REQUIREMENTS", 1, nullptr, ONCE, none, &V::visit_requirements},
-      {"C_MODEL", 1, nullptr, ONCE, none, &V::visit_c_model},
+      {"REQUIREMENTS", 1, nullptr, ONCE, {}, &V::visit_requirements},
+      {"C_MODEL", 1, nullptr, ONCE, {}, &V::visit_c_model},
       {"FILE", 2, nullptr, ANY, {"name"}, &V::visit_file}, // two parents: judged by its handler
-      {"RESOURCES", 1, nullptr, ONCE, none, &V::visit_resources},
-      {"ALUTS", 2, "RESOURCES", ANY, value, &V::visit_aluts},
-      {"FFS", 2, "RESOURCES", ANY, value, &V::visit_ffs},
-      {"RAMS", 2, "RESOURCES", ANY, value, &V::visit_rams},
-      {"DSPS", 2, "RESOURCES", ANY, value, &V::visit_dsps},
-      {"MLABS", 2, "RESOURCES", ANY, value, &V::visit_mlabs},
+      {"RESOURCES", 1, nullptr, ONCE, {}, &V::visit_resources},
+      {"ALUTS", 2, "RESOURCES", ANY, {"value"}, &V::visit_aluts},
+      {"FFS", 2, "RESOURCES", ANY, {"value"}, &V::visit_ffs},
+      {"RAMS", 2, "RESOURCES", ANY, {"value"}, &V::visit_rams},
+      {"DSPS", 2, "RESOURCES", ANY, {"value"}, &V::visit_dsps},
+      {"MLABS", 2, "RESOURCES", ANY, {"value"}, &V::visit_mlabs},
   };
   const auto* found = std::find_if(std::begin(rules), std::end(rules), [name](const auto& rule) {
     return std::strcmp(rule.name, name) == 0;
@@ -157,7 +163,7 @@ bool EFIElemVisitor::keeps_rule(const XMLElement& elem) {
   const ElementRule& rule = *find_rule(elem.Value());
   return report_unexpected_elem_stack(elem, rule.depth, "FUNCTION", rule.parent) &&
          (!rule.once || report_unexpected_elem_stack_count(elem, 1)) &&
-         report_unexpected_attrs(elem, rule.attributes);
+         report_unexpected_attrs(elem, rule.attributes.count, rule.attributes.names);
 }
 
 const char* EFIElemVisitor::read_attribute(const XMLElement& elem,
