@@ -24,9 +24,9 @@ struct Damage {
 
 // Every cut, and single bytes and header fields that change; only each step-th place of the cuts
 // and bytes.
-inline std::vector<Damage> damages_of(const std::string& file) {
+inline std::vector<Damage> damages_of(const std::string& file, std::size_t step = DAMAGE_STEP) {
   std::vector<Damage> damages;
-  for (std::size_t i = 0; i < file.size(); i += DAMAGE_STEP) {
+  for (std::size_t i = 0; i < file.size(); i += step) {
     const std::string at = " at " + std::to_string(i);
     damages.push_back({"cut" + at, i, ""});
     damages.push_back({"0x00" + at, i, std::string(1, '\0')});

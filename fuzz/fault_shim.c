@@ -2,7 +2,7 @@
 /* Preloaded into a program, breaks one call of the C library: the FAULT_AT-th one of the function
  * FAULT_CALL. The FAULT_ACTION is "fail" (an error), "end" (nothing more comes, as from a file that
  * shrank) or "kill" (SIGKILL). A broken write writes half. The file FAULT_MARK is made when the
- * call comes. Child processes run as ever. */
+ * call comes. Other programs run as ever. */
 #include <errno.h>
 #include <signal.h>
 #include <stddef.h>
@@ -12,9 +12,6 @@
 
 extern void* dlsym(void* handle, const char* name);
 extern long syscall(long number, ...);
-extern void* __libc_malloc(size_t size);
-extern void* __libc_calloc(size_t n, size_t size);
-extern void* __libc_realloc(void* old, size_t size);
 
 static const char* call;
 static const char* action;
@@ -22,12 +19,36 @@ static const char* mark;
 static long countdown;
 
 __attribute__((constructor)) static void set_up(void) {
+  extern char* program_invocation_short_name;
+  if (strcmp(program_invocation_short_name, "bfcl-library") != 0) {
+    return; /* a tool that runs it */
+  }
   call = getenv("FAULT_CALL");
   action = getenv("FAULT_ACTION");
   mark = getenv("FAULT_MARK");
   countdown = atol(getenv("FAULT_AT"));
   unsetenv("LD_PRELOAD");
   syscall(SYS_alarm, 20); /* ends a program that hangs */
+}
+
+typedef int main_function(int, char**, char**);
+static main_function* program;
+
+static int watched_main(int argc, char** argv, char** environment) {
+  const int status = program(argc, argv, environment);
+  call = NULL;
+  return status;
+}
+
+/* What a sanitizer or a profiler does after the program's own end is left alone. */
+int __libc_start_main(main_function* main, int argc, char** argv, void (*init)(void),
+                      void (*fini)(void), void (*end)(void), void* stack);
+int __libc_start_main(main_function* main, int argc, char** argv, void (*init)(void),
+                      void (*fini)(void), void (*end)(void), void* stack) {
+  int (*next)(main_function*, int, char**, void (*)(void), void (*)(void), void (*)(void), void*);
+  *(void**)&next = dlsym((void*)-1L /* RTLD_NEXT */, "__libc_start_main");
+  program = main;
+  return next(watched_main, argc, argv, init, fini, end, stack);
 }
 
 static int is_action(const char* name) {
@@ -95,13 +116,17 @@ WRAP(int, fclose, (void* file), (file), next(file), -1)
 WRAP(int, pclose, (void* file), (file), next(file), -1)
 WRAP(int, fflush, (void* file), (file), MARK_ERROR, -1)
 
-/* Finding the next of these would allocate. All three count as malloc. */
-void* malloc(size_t size) {
-  return is_broken("malloc") ? NULL : __libc_malloc(size);
-}
-void* calloc(size_t n, size_t size) {
-  return is_broken("malloc") ? NULL : __libc_calloc(n, size);
-}
-void* realloc(void* old, size_t size) {
-  return is_broken("malloc") ? NULL : __libc_realloc(old, size);
-}
+/* The allocation that the program would call, which may be a sanitizer's. All count as malloc. */
+#define WRAP_ALLOCATION(name, params, args)                                                        \
+  void* name params;                                                                               \
+  void* name params {                                                                              \
+    static void*(*next)params;                                                                     \
+    if (next == NULL) {                                                                            \
+      *(void**)&next = dlsym((void*)-1L /* RTLD_NEXT */, #name);                                   \
+    }                                                                                              \
+    return is_broken("malloc") ? NULL : next args;                                                 \
+  }
+
+WRAP_ALLOCATION(malloc, (size_t size), (size))
+WRAP_ALLOCATION(calloc, (size_t n, size_t size), (n, size))
+WRAP_ALLOCATION(realloc, (void* old, size_t size), (old, size))

@@ -3,6 +3,7 @@
 
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
 #include <numeric>
 #include <sstream>
 
@@ -92,6 +93,9 @@ Outcome run(const std::vector<std::string>& words, const Environment& environmen
 
 Outcome bfcl_library(std::vector<std::string> words, const Environment& environment) {
   words.insert(words.begin(), BFCL_BIN_DIR "/bfcl-library");
+  const char* wrapper = std::getenv("BFCL_WRAPPER"); // such as "valgrind -q --error-exitcode=99"
+  std::istringstream wrapper_words(wrapper != nullptr ? wrapper : "");
+  words.insert(words.begin(), std::istream_iterator<std::string>(wrapper_words), {});
   return run(words, environment);
 }
 
