@@ -156,6 +156,14 @@ TEST_F(OpenCl, AMissingOptimiserFindsNothing) {
   EXPECT_EQ("<END_OF_TABLE>", section_of("lib", ".vex.comp_table"));
 }
 
+TEST_F(OpenCl, ADefinitionWithoutANameAbortsAndLeavesNothing) {
+  write_package("ocl", {{LINUX, "define dereferenceable(8) ptr @f()\n"}});
+  const Outcome result = library({"create", "-o", "lib", "ocl"});
+  EXPECT_EQ(134, result.status);
+  EXPECT_NE(std::string::npos, result.err.find("Assertion `fname_end > fname_start + 1' failed.\n")) << result.err;
+  EXPECT_EQ("link.log ocl tools", files());
+}
+
 TEST_F(OpenCl, UnwritableBitcodeFile) {
   write_package("ocl", {{LINUX, ""}});
   const std::string file = std::string("ocl") + LINUX + ".bc";

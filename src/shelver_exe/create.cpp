@@ -29,16 +29,18 @@ constexpr const char* TOOL_VERSION = "18.1.0.222";
 class OutputGuard {
 public:
   explicit OutputGuard(std::string path) : m_path(std::move(path)) {}
-  ~OutputGuard() {
-    if (m_armed && file_is_a_regular_file(m_path)) {
-      unlink(m_path.c_str());
-    }
-  }
+  ~OutputGuard() { remove_file(); }
   OutputGuard(const OutputGuard&) = delete;
   OutputGuard& operator=(const OutputGuard&) = delete;
 
   void arm() { m_armed = true; }
   void disarm() { m_armed = false; }
+
+  void remove_file() const {
+    if (m_armed && file_is_a_regular_file(m_path)) {
+      unlink(m_path.c_str());
+    }
+  }
 
 private:
   std::string m_path;
@@ -50,7 +52,16 @@ private:
 class LibraryBuild {
 public:
   LibraryBuild(const std::string& path, const std::vector<std::string>& inputs)
-      : m_path(path), m_output(path), m_opencl(path, inputs) {}
+      : m_path(path), m_output(path), m_opencl(path, inputs) {
+    s_current = this;
+    vex_assert_cleanup = [] {
+      s_current->m_opencl.remove_files();
+      s_current->m_output.remove_file();
+    };
+  }
+  ~LibraryBuild() { vex_assert_cleanup = nullptr; }
+  LibraryBuild(const LibraryBuild&) = delete;
+  LibraryBuild& operator=(const LibraryBuild&) = delete;
 
   // Each prints what went wrong when it returns false.
   bool open();
@@ -75,6 +86,8 @@ private:
   malloc_ptr<char> m_header;
   std::size_t m_header_capacity = 0;
   vex_pkg_ptr m_library;
+
+  static inline const LibraryBuild* s_current = nullptr; // whose files a failed assertion removes
 };
 
 bool LibraryBuild::open() {

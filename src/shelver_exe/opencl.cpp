@@ -96,7 +96,7 @@ void extract_function_and_kernel_lists(std::FILE* stream, std::vector<std::strin
   }
 }
 
-OpenClCode::~OpenClCode() {
+void OpenClCode::remove_files() const {
   for (const std::string& file : m_written) {
     unlink(file.c_str());
   }

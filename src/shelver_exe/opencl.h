@@ -33,7 +33,7 @@ public:
   // For the library that is to be made at that path from those inputs.
   OpenClCode(std::string library_path, const std::vector<std::string>& inputs)
       : m_library_path(std::move(library_path)), m_inputs(inputs) {}
-  ~OpenClCode();
+  ~OpenClCode() { remove_files(); }
   OpenClCode(const OpenClCode&) = delete;
   OpenClCode& operator=(const OpenClCode&) = delete;
 
@@ -49,6 +49,9 @@ public:
   // target's to the lists. False on failure, after a message but for a linker that fails.
   bool link_into(vex_pkg_file* library, std::vector<std::string>& kernels,
                  std::vector<std::string>& functions);
+
+  // Removes the bitcode files.
+  void remove_files() const;
 
 private:
   bool take_section(vex_pkg_file* package, const char* section, const std::string& file);
