@@ -93,6 +93,10 @@ WRAP(long, pread, (int fd, void* to, size_t size, long at), (fd, to, size, at), 
      ERROR_OR_END)
 WRAP(long, pwrite, (int fd, const void* from, size_t size, long at), (fd, from, size, at),
      next(fd, from, size / 2, at), -1)
+WRAP(long, write, (int fd, const void* from, size_t size), (fd, from, size),
+     next(fd, from, size / 2), -1)
+WRAP(int, fcntl, (int fd, int command, long argument), (fd, command, argument), NOTHING, -1)
+WRAP(int, memfd_create, (const char* name, unsigned flags), (name, flags), NOTHING, -1)
 WRAP(int, fsync, (int fd), (fd), NOTHING, -1)
 WRAP(int, ftruncate, (int fd, long size), (fd, size), NOTHING, -1)
 WRAP(int, stat, (const char* path, void* status), (path, status), NOTHING, -1)
@@ -116,17 +120,29 @@ WRAP(int, fclose, (void* file), (file), next(file), -1)
 WRAP(int, pclose, (void* file), (file), next(file), -1)
 WRAP(int, fflush, (void* file), (file), MARK_ERROR, -1)
 
-/* The allocation that the program would call, which may be a sanitizer's. All count as malloc. */
-#define WRAP_ALLOCATION(name, params, args)                                                        \
+/* The allocation that the program would call, which may be a sanitizer's. Those of C count as
+ * malloc, those of C++ as new. */
+#define WRAP_ALLOCATION(call_name, name, params, args, broken)                                     \
   void* name params;                                                                               \
   void* name params {                                                                              \
     static void*(*next)params;                                                                     \
     if (next == NULL) {                                                                            \
       *(void**)&next = dlsym((void*)-1L /* RTLD_NEXT */, #name);                                   \
     }                                                                                              \
-    return is_broken("malloc") ? NULL : next args;                                                 \
+    return is_broken(call_name) ? broken : next args;                                              \
   }
 
-WRAP_ALLOCATION(malloc, (size_t size), (size))
-WRAP_ALLOCATION(calloc, (size_t n, size_t size), (n, size))
-WRAP_ALLOCATION(realloc, (void* old, size_t size), (old, size))
+static void* throw_bad_alloc(void) {
+  void (*throw_it)(void);
+  *(void**)&throw_it = dlsym(NULL /* RTLD_DEFAULT */, "_ZSt17__throw_bad_allocv");
+  throw_it();
+  return NULL;
+}
+
+WRAP_ALLOCATION("malloc", malloc, (size_t size), (size), NULL)
+WRAP_ALLOCATION("malloc", calloc, (size_t n, size_t size), (n, size), NULL)
+WRAP_ALLOCATION("malloc", realloc, (void* old, size_t size), (old, size), NULL)
+WRAP_ALLOCATION("new", _Znwm, (size_t size), (size), throw_bad_alloc())
+WRAP_ALLOCATION("new", _Znam, (size_t size), (size), throw_bad_alloc())
+WRAP_ALLOCATION("new", _ZnwmRKSt9nothrow_t, (size_t size, const void* tag), (size, tag), NULL)
+WRAP_ALLOCATION("new", _ZnamRKSt9nothrow_t, (size_t size, const void* tag), (size, tag), NULL)

@@ -49,6 +49,15 @@ Elf32_Shdr* set_section_header(vex_pkg_file* pkg, Elf_Scn* section, Elf32_Word t
   return header;
 }
 
+Elf32_Shdr read_section_header(Elf_Scn* section) {
+  Elf32_Shdr header = {};
+  const Elf32_Shdr* location = elf32_getshdr(section);
+  if (location != nullptr) {
+    std::memcpy(&header, location, sizeof header);
+  }
+  return header;
+}
+
 Elf_Data* get_name_data_ptr(vex_pkg_file* pkg, bool show) {
   if (pkg->name_data != nullptr) {
     return pkg->name_data;
@@ -258,9 +267,9 @@ bool adopt_name_table(vex_pkg_file* pkg) {
   return measure_sections(pkg, section);
 }
 
-// Divides a section's contents into descriptors of WRITE_PIECE_SIZE bytes; without memory for more
-// of them, the last one keeps the rest. The section can't be read any more.
-void split_contents(Elf_Scn* section) {
+// Divides large contents into descriptors of WRITE_PIECE_SIZE bytes; without memory for more of
+// them, the last one keeps the rest. The section can't be read any more.
+void split_section(Elf_Scn* section) {
   Elf_Data* piece = elf_getdata(section, nullptr);
   while (piece != nullptr && piece->d_size > WRITE_PIECE_SIZE) {
     Elf_Data* rest = elf_newdata(section);
@@ -274,13 +283,23 @@ void split_contents(Elf_Scn* section) {
   }
 }
 
+// Only in a new package: in one that was opened, asking for the contents would read them.
+void split_contents(vex_pkg_file* pkg) {
+  Elf_Scn* section = nullptr;
+  while ((section = elf_nextscn(pkg->elf, section)) != nullptr) {
+    split_section(section);
+  }
+}
+
 // Writes a changed package. libelf writes stale gaps and may write a garbage header table unless
 // the whole file is marked.
 bool write_package(vex_pkg_file* pkg) {
   if (pkg->show_info) {
     std::puts("vex_pkg_close_file: Pkg is dirty");
   }
-  std::for_each(pkg->large_sections.begin(), pkg->large_sections.end(), split_contents);
+  if (pkg->created && !pkg->damaged) {
+    split_contents(pkg);
+  }
   elf_flagelf(pkg->elf, ELF_C_SET, ELF_F_DIRTY);
   if (pkg->damaged || elf_update(pkg->elf, ELF_C_WRITE) < 0) {
     report(true, " elf_update ()  failed : %s.", elf_error_text(-1));
@@ -324,12 +343,24 @@ bool close_descriptor(vex_pkg_file* pkg) {
   return ok;
 }
 
+// Whether the sections that lie in a file claim far more bytes than it has, as they lie over each
+// other: reading them all would take memory or disk without end.
+bool claims_too_much(vex_pkg_file* pkg, std::uint64_t file_size) {
+  std::uint64_t claimed = 0;
+  Elf_Scn* section = nullptr;
+  while (is_package(pkg) && (section = elf_nextscn(pkg->elf, section)) != nullptr) {
+    const Elf32_Shdr header = read_section_header(section);
+    const std::uint64_t end = std::uint64_t{header.sh_offset} + header.sh_size;
+    claimed += header.sh_type != SHT_NOBITS && end <= file_size ? header.sh_size : 0;
+  }
+  return claimed / 2 > file_size;
+}
+
 // A small file that is only read is taken into memory at once: libelf would read it in five pieces.
 // Null when it is another kind of file or does not come whole.
-Elf* begin_small_file(vex_pkg_file* pkg) {
-  struct stat status = {};
-  if (pkg->writable || fstat(pkg->fd, &status) != 0 || !S_ISREG(status.st_mode) ||
-      status.st_size == 0 || static_cast<std::size_t>(status.st_size) >= MIN_MAPPED_SIZE) {
+Elf* begin_small_file(vex_pkg_file* pkg, const struct stat& status) {
+  if (pkg->writable || !S_ISREG(status.st_mode) || status.st_size == 0 ||
+      static_cast<std::size_t>(status.st_size) >= MIN_MAPPED_SIZE) {
     return nullptr;
   }
   const auto size = static_cast<std::size_t>(status.st_size);
@@ -346,14 +377,17 @@ Elf* begin_small_file(vex_pkg_file* pkg) {
 void begin_package(vex_pkg_file* pkg, const char* name, unsigned mode) {
   pkg->name = name;
   pkg->writable = (mode & VEX_PKG_READ_ONLY) == 0;
+  pkg->created = (mode & VEX_PKG_CREATE) != 0;
   vex_pkg_set_show_mode(pkg, mode);
-  pkg->elf = begin_small_file(pkg);
+  struct stat status = {};
+  pkg->elf = fstat(pkg->fd, &status) == 0 ? begin_small_file(pkg, status) : nullptr;
   if (pkg->elf == nullptr) {
     pkg->elf = elf_begin(pkg->fd, begin_command(mode), nullptr);
   }
   if (pkg->elf == nullptr) {
     report(pkg->show_errors, "elf_begin failed: %s\n", elf_error_text(errno));
   }
+  pkg->damaged = !pkg->writable && claims_too_much(pkg, static_cast<std::uint64_t>(status.st_size));
 }
 
 // Closes a handle that was not handed out, without writing anything.
@@ -391,7 +425,7 @@ vex_pkg_file* vex_pkg_open_file(const char* name, unsigned mode) {
   }
   pkg->fd = fd;
   begin_package(pkg.get(), name, mode);
-  if ((mode & VEX_PKG_CREATE) != 0) {
+  if (pkg->created) {
     build_new_package(pkg.get());
   } else if (pkg->writable && pkg->elf != nullptr && !adopt_name_table(pkg.get())) {
     return nullptr;
@@ -420,6 +454,7 @@ vex_pkg_file* vex_pkg_open_file_from_memory(char* image, std::size_t size, unsig
     return nullptr;
   }
   pkg->elf = elf;
+  pkg->damaged = claims_too_much(pkg, size);
   vex_pkg_set_show_mode(pkg, mode);
   return pkg;
 }

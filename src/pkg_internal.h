@@ -30,6 +30,7 @@ struct vex_pkg_file {
   std::size_t image_size = 0;
 
   bool writable : 1 = false;
+  bool created : 1 = false;
   bool dirty : 1 = false;
   bool show_errors : 1 = false;
   bool show_info : 1 = false;
@@ -49,9 +50,6 @@ struct vex_pkg_file {
   std::unordered_map<std::string_view, Elf_Scn*> index;
   bool indexed = false;
   bool index_can_grow = false;
-
-  // Sections that were added with more than WRITE_PIECE_SIZE bytes.
-  std::vector<Elf_Scn*> large_sections;
 
   std::uint64_t content_bytes = 0; // all sections but the string table, with their padding
 
@@ -85,6 +83,10 @@ Elf_Scn* make_section(vex_pkg_file* pkg);
 // Sets what the container gives to a section's header; a message when there is none.
 Elf32_Shdr* set_section_header(vex_pkg_file* pkg, Elf_Scn* section, Elf32_Word type,
                                Elf32_Word flags);
+
+// A section's header, copied out, as those of a package in memory need not be aligned. Of type
+// SHT_NULL when it cannot be had.
+Elf32_Shdr read_section_header(Elf_Scn* section);
 
 // The data descriptor of the section-name string table, or null after a message if `show` is set.
 Elf_Data* get_name_data_ptr(vex_pkg_file* pkg, bool show);

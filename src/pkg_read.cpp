@@ -8,17 +8,13 @@
 
 namespace {
 
-// The section's name, or null when its header cannot be had or leads to no name. The header is
-// copied out, as those of a package in memory need not be aligned.
+// The section's name, or null when its header leads to none.
 const char* get_section_name(Elf_Scn* section, const Elf_Data* names) {
-  const Elf32_Shdr* location = elf32_getshdr(section);
-  if (location == nullptr || !name_table_is_usable(names)) {
+  if (!name_table_is_usable(names)) {
     return nullptr;
   }
-  Elf32_Shdr header;
-  std::memcpy(&header, location, sizeof header);
-  return header.sh_name < names->d_size ? static_cast<const char*>(names->d_buf) + header.sh_name
-                                        : nullptr;
+  const Elf32_Word offset = read_section_header(section).sh_name;
+  return offset < names->d_size ? static_cast<const char*>(names->d_buf) + offset : nullptr;
 }
 
 // Calls visit(section, name) for each section, in file order, until it returns false; the null
@@ -45,12 +41,8 @@ bool is_listed(const char* name) {
 // The first data descriptor. A section that occupies no space in the file has none: it may claim
 // any size, and what is put into it is lost.
 Elf_Data* get_first_data(Elf_Scn* section) {
-  Elf32_Shdr header = {};
-  const Elf32_Shdr* location = elf32_getshdr(section);
-  if (location != nullptr) {
-    std::memcpy(&header, location, sizeof header);
-  }
-  return header.sh_type != SHT_NOBITS ? elf_getdata(section, nullptr) : nullptr;
+  return read_section_header(section).sh_type != SHT_NOBITS ? elf_getdata(section, nullptr)
+                                                            : nullptr;
 }
 
 void build_index(vex_pkg_file* pkg) {

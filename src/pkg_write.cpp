@@ -149,9 +149,6 @@ unsigned append_section(vex_pkg_file* pkg, const char* name, const void* buffer,
   }
   fill_section_data(data, buffer, size);
   pkg->content_bytes += padded_size(size);
-  if (size > WRITE_PIECE_SIZE) {
-    pkg->large_sections.push_back(section);
-  }
   pkg->dirty = true;
   set_section_header(pkg, section, SHT_PROGBITS, 0);
   if (!name_section(pkg, section, name)) {

@@ -104,6 +104,12 @@ TEST_F(Library, AnOutputThatCannotBeOpenedStays) {
   EXPECT_TRUE(std::filesystem::exists("busy"));
 }
 
+TEST_F(Library, AFailureRemovesWhatALinkLeadsTo) {
+  std::filesystem::create_symlink("target", "link");
+  EXPECT_EQ(1, bfcl_library({"create", "-o", "link", "a.bfco", "fake.bfclib"}).status);
+  EXPECT_TRUE(std::filesystem::is_symlink("link") && !std::filesystem::exists("target"));
+}
+
 TEST_F(Library, FunctionsAreDefinedOnce) {
   // The second function of one package is the first of another.
   const std::string spec = "a/spec.xml";

@@ -197,6 +197,11 @@ TEST_F(OpenCl, BitcodeFilesSpareInputsAndOutput) {
   }
   std::filesystem::remove("a" + suffix);
   EXPECT_EQ(1, library({"create", "-o", "a" + suffix, "a"}).status);
+  std::filesystem::create_symlink("b" + suffix, "a" + suffix);
+  std::filesystem::create_symlink("b" + suffix, "lib" + suffix);
+  EXPECT_EQ(0, library({"create", "-o", "lib", "a"}).status);
+  EXPECT_EQ(bitcode, read_file("b" + suffix));
+  std::filesystem::remove("lib");
   std::filesystem::remove("link.log");
   EXPECT_EQ("a b" + suffix + " tools", files());
 }

@@ -345,6 +345,7 @@ TEST_F(Pkg, LargeSectionsAreWrittenWhole) {
 // Whatever a file is, a handle on it behaves as a package without that section.
 TEST_F(Pkg, DamagedFilesHaveNoSections) {
   const std::string good = make_package();
+  const std::string whole = word(0) + word(static_cast<std::uint32_t>(good.size())); // a header's offset and size
   write_file("archived", "x");
   run({"ar", "rcS", "archive", "archived"});
   run({"cp", "/proc/self/exe", "elf64"});
@@ -368,6 +369,9 @@ TEST_F(Pkg, DamagedFilesHaveNoSections) {
       {"string table beyond the file", with_bytes(good, header_at(good, 1, 16), word(0xfffffff0))},
       {"name beyond the table", with_bytes(good, header_at(good, 3, 0), word(0x7fffffff))},
       {"section beyond the file", with_bytes(good, header_at(good, 3, 20), word(0x7fffffff))},
+      {"sections over each other",
+       with_bytes(with_bytes(with_bytes(good, header_at(good, 2, 16), whole), header_at(good, 3, 16), whole),
+                  header_at(good, 4, 16), whole)},
       {"section without bytes", with_bytes(good, header_at(good, 3, 4), word(8))},
       {"section without bytes or size",
        with_bytes(with_bytes(good, header_at(good, 3, 4), word(8)), header_at(good, 3, 20), word(0))},

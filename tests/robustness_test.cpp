@@ -107,13 +107,16 @@ int call(int (*command)(int, char**), std::vector<const char*> words) {
 } // namespace
 
 TEST_F(Robustness, DamagedFiles) {
-  check_damages("lib.bfclib", [] {
+  const auto create = [] { return call(create_full_library, {"-o", "made", "bad"}); };
+  const auto read = [] {
     return call(list_library_content, {"bad"}) | call(extract_c_models, {"bad", "out"}) |
            call(extract_clang_ir, {"bad", IR_TYPE, "out"});
-  });
-  const auto create = [] { return call(create_full_library, {"-o", "made", "bad"}); };
-  check_damages("f", create);
-  check_damages("k", create, 64); // each runs the kit's tools
+  };
+  check_damages("lib.bfclib", read);
+  check_damages("f", [&] { return read() | create(); });
+  check_damages(
+      "k", [&] { return read() | create(); }, 64); // each runs the kit's tools
+  check_damages("lib.bfclib", create, 64);
 }
 
 TEST_F(Robustness, FilesOfOtherKinds) {
@@ -183,11 +186,12 @@ protected:
     clean_up();
   }
 
-  // Breaks each of the calls in turn.
-  void check_calls(const std::string& action, const std::string& calls) {
+  // Breaks each of the calls in turn; returns how many there were.
+  int check_calls(const std::string& action, const std::string& calls) {
+    int count = 0;
     std::istringstream words(calls);
     for (std::string call; words >> call;) {
-      for (int at = 1; at == 1 || unlink("mark") == 0; ++at) {
+      for (int at = 1; at == 1 || unlink("mark") == 0; ++at, ++count) {
         const Environment shim = {{"LD_PRELOAD", BFCL_FAULT_SHIM},
                                   {"FAULT_ACTION", action},
                                   {"FAULT_CALL", call},
@@ -196,7 +200,9 @@ protected:
                                   {"ASAN_OPTIONS", "verify_asan_link_order=0:allocator_may_return_null=1"}};
         judge(bfcl_library(GetParam().words, shim), action + " " + std::to_string(at), call);
       }
+      --count; // the last run had no such call any more
     }
+    return count;
   }
 
   static Outcome run_in_shell(const std::string& preparation) {
@@ -205,9 +211,11 @@ protected:
     return run(words);
   }
 
-  // A source that is mapped, and written in pieces.
+  // A source and a package that are mapped, and written in pieces.
   static Files enlarge_inputs() {
     write_file("c/top.v", "module top(a);\n" + std::string(300000, '\n'));
+    EXPECT_EQ(0, bfcl_library({"-c", "c/spec.xml", "-o", "f"}).status);
+    EXPECT_EQ(0, bfcl_library({"create", "-name", "lib", "f", "k"}).status);
     return files();
   }
 
@@ -217,13 +225,15 @@ protected:
   bool m_cleaned = clean_up();
 };
 
-constexpr const char* CALLS = "open close read pread pwrite fsync ftruncate stat fstat mmap mkdir rename getcwd fopen "
-                              "fdopen popen fread fgets fwrite fclose pclose fflush unlink system";
+constexpr const char* CALLS =
+    "open close read pread write pwrite fcntl fsync ftruncate stat fstat mmap memfd_create mkdir rename getcwd fopen "
+    "fdopen popen fread fgets fwrite fclose pclose fflush unlink system";
 
 TEST_P(Faults, BrokenCalls) {
   EXPECT_EQ(GetParam().status, m_good.status);
-  check_calls("fail", "malloc");
-  check_calls("fail", CALLS);
+  EXPECT_LT(0, check_calls("fail", "malloc"));
+  EXPECT_LT(0, check_calls("fail", "new"));
+  EXPECT_LT(0, check_calls("fail", CALLS));
   check_calls("end", "read pread fread"); // as of a file that shrinks
   check_calls("kill", CALLS);
 }

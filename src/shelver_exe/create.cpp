@@ -11,7 +11,10 @@
 #include "vex_assert.h"
 
 #include <algorithm>
+#include <array>
+#include <climits>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string_view>
 
@@ -36,9 +39,12 @@ public:
   void arm() { m_armed = true; }
   void disarm() { m_armed = false; }
 
+  // Of a symbolic link, the file that it leads to.
   void remove_file() const {
-    if (m_armed && file_is_a_regular_file(m_path)) {
-      unlink(m_path.c_str());
+    std::array<char, PATH_MAX> target = {};
+    if (m_armed && file_is_a_regular_file(m_path) &&
+        realpath(m_path.c_str(), target.data()) != nullptr) {
+      unlink(target.data());
     }
   }
 

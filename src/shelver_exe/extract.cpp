@@ -14,6 +14,7 @@
 #include <new>
 #include <string>
 #include <string_view>
+#include <unordered_set>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -33,7 +34,8 @@ public:
   CModelExtraction(vex_pkg_file* library, const char* path, const char* destination)
       : m_library(library), m_path(path), m_destination(destination) {}
 
-  // Each prints what went wrong when it returns false.
+  // Each prints what went wrong when it returns false. A component that several functions share is
+  // extracted with the first one.
   bool extract_component(const char* section);
 
 private:
@@ -46,9 +48,13 @@ private:
   std::string m_destination;
   malloc_ptr<char> m_component; // one component package at a time
   std::size_t m_capacity = 0;
+  std::unordered_set<std::string_view> m_extracted; // sections; their names are the caller's
 };
 
 bool CModelExtraction::extract_component(const char* section) {
+  if (!m_extracted.insert(section).second) {
+    return true;
+  }
   const vex_pkg_ptr component = open_component(section);
   if (component == nullptr) {
     return false;

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <string_view>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -106,14 +107,22 @@ bool OpenClCode::is_in(vex_pkg_file* package) {
   return vex_pkg_section_exists(package, CLANG_IR_TYPE_SECT_NAME[LINUX_TARGET], nullptr) != 0;
 }
 
-// A bitcode file is written over what stands there, and removed in the end.
-bool OpenClCode::check_is_ours_to_write(const std::string& file) const {
-  return check_output_is_no_input(file, m_inputs) &&
-         check_output_is_no_input(file, {m_library_path});
+// A bitcode file is written over what stands there, and removed in the end. What a symbolic link
+// leads to is not ours to write.
+bool OpenClCode::claim_file(const std::string& file) const {
+  if (!check_output_is_no_input(file, m_inputs) ||
+      !check_output_is_no_input(file, {m_library_path})) {
+    return false;
+  }
+  struct stat status = {};
+  if (lstat(file.c_str(), &status) == 0 && S_ISLNK(status.st_mode)) {
+    unlink(file.c_str());
+  }
+  return true;
 }
 
 bool OpenClCode::take_section(vex_pkg_file* package, const char* section, const std::string& file) {
-  if (!check_is_ours_to_write(file)) {
+  if (!claim_file(file)) {
     return false;
   }
   const bool existed = file_is_a_regular_file(file);
@@ -148,7 +157,7 @@ bool OpenClCode::take(vex_pkg_file* package, const std::string& path) {
 bool OpenClCode::link_target(vex_pkg_file* library, const char* section,
                              const std::vector<std::string>& files,
                              const std::string& linked_file) {
-  if (!check_is_ours_to_write(linked_file)) {
+  if (!claim_file(linked_file)) {
     return false;
   }
   m_written.push_back(linked_file);

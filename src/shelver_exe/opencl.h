@@ -57,7 +57,7 @@ private:
   bool take_section(vex_pkg_file* package, const char* section, const std::string& file);
   bool link_target(vex_pkg_file* library, const char* section,
                    const std::vector<std::string>& files, const std::string& linked_file);
-  bool check_is_ours_to_write(const std::string& file) const;
+  bool claim_file(const std::string& file) const;
 
   std::string m_library_path;
   const std::vector<std::string>& m_inputs;

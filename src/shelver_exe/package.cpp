@@ -58,17 +58,15 @@ bool has_accepted_extension(const std::string& path, const PkgSectionKind& kind)
   return dot != std::string::npos && kind.extensions.contains(to_lower(path.substr(dot + 1)));
 }
 
-// The file is looked at only when it did not open: it may be one that must not be read.
-bool check_source_file(const SourceFile& file, const PkgSectionKind& kind) {
-  const char* path = file.path();
-  if (!file.is_open() && !file_is_a_regular_file(path)) {
+bool check_source_file(const std::string& path, const PkgSectionKind& kind) {
+  if (!file_is_a_regular_file(path)) {
     std::printf("Error: File %s, specified in XML spec file, does not exist or is not a file!\n",
-                path);
+                path.c_str());
     return false;
   }
   if (!has_accepted_extension(path, kind)) {
     std::printf("Error: File %s, specified in XML spec file, has an unsupported file extension!\n",
-                path);
+                path.c_str());
     return false;
   }
   return true;
@@ -80,6 +78,24 @@ int add_source_to_container(vex_pkg_file* pkg, const std::string& section, const
     return 0;
   }
   return 1;
+}
+
+// What bears a source's extension is opened at once, for looking at it and for reading it. Other
+// files are looked at before: opening a device may set it going.
+bool add_listed_file(vex_pkg_file* pkg, const std::string& name, const std::string& path,
+                     const PkgSectionKind& kind) {
+  const bool at_once = !kind.extensions.empty() && has_accepted_extension(path, kind);
+  if (!at_once && !check_source_file(path, kind)) {
+    return false;
+  }
+  const SourceFile file(path.c_str());
+  if (at_once && !file.is_open() && !check_source_file(path, kind)) {
+    return false;
+  }
+  if (verbose != 0) {
+    std::printf("Adding file %s located in %s\n", name.c_str(), path.c_str());
+  }
+  return add_source_to_container(pkg, kind.prefix + name, file) != 0;
 }
 
 int add_text_section(vex_pkg_file* pkg, const char* name, const std::string& text) {
@@ -194,16 +210,7 @@ int add_filenames_to_pkg(vex_pkg_file* pkg, std::vector<std::string>& names,
     if (i > 0 && names[i] == names[i - 1]) {
       continue;
     }
-    const std::string path = my_strjoin(spec_dir, names[i]);
-    const SourceFile file(path.c_str());
-    if (!check_source_file(file, kind)) {
-      ok = 0;
-      continue;
-    }
-    if (verbose != 0) {
-      std::printf("Adding file %s located in %s\n", names[i].c_str(), path.c_str());
-    }
-    if (add_source_to_container(pkg, kind.prefix + names[i], file) == 0) {
+    if (!add_listed_file(pkg, names[i], my_strjoin(spec_dir, names[i]), kind)) {
       ok = 0;
     }
   }
