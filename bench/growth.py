@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: BSD-3-Clause
 """How the time of packaging grows with the size of one source and with the number of small ones.
-Writes growth_size.dat and growth_count.dat: the parameter, our seconds, those of copying."""
+Writes growth_size.dat and growth_count.dat: the parameter, our seconds, those of copying, and our
+CPU time a source in microseconds."""
 
 import argparse
 from pathlib import Path
@@ -22,7 +23,7 @@ def measure(program, folder, count, size):
     }
     results = alternate(commands, folder, "out", 3)
     remove(folder)
-    return results["bfcl"][0].wall, results["cp"][0].wall
+    return results["bfcl"][0], results["cp"][0]
 
 
 def main():
@@ -35,7 +36,8 @@ def main():
         with open(options.folder / f"growth_{name}.dat", "w", encoding="ascii") as file:
             for point in points:
                 ours, copying = measure(program, options.folder / "inputs", *point)
-                file.write(f"{point[parameter]} {ours:.4f} {copying:.4f}\n")
+                cpu = 1e6 * ours.cpu / point[0]
+                file.write(f"{point[parameter]} {ours.wall:.4f} {copying.wall:.4f} {cpu:.1f}\n")
 
 
 main()

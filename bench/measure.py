@@ -1,23 +1,23 @@
 # SPDX-License-Identifier: BSD-3-Clause
 """Running commands for their time and memory, and making the inputs of the work loads."""
 
+import dataclasses
 import os
 import random
 import shutil
 import statistics
 import subprocess
 import time
-from dataclasses import dataclass
 from pathlib import Path
 
 TIME_LIMIT = 60  # seconds; what takes longer is shown as such
 
 
-@dataclass
+@dataclasses.dataclass
 class Sample:
     wall: float  # seconds
     cpu: float  # seconds, user and system
-    memory: int  # peak, in KiB
+    memory: int  # peak of one process, in KiB
     status: int
 
 
@@ -33,7 +33,18 @@ def run(command, folder):
         process.kill()
     process.returncode = os.waitstatus_to_exitcode(status)
     wall = time.monotonic() - begin
-    return Sample(wall, usage.ru_utime + usage.ru_stime, usage.ru_maxrss, process.returncode)
+    return Sample(wall, usage.ru_utime + usage.ru_stime, 0, process.returncode)
+
+
+def peak_memory(command, folder):
+    """Runs a command and returns its peak, in KiB. By way of a small program: what this process has in
+    memory when it starts another counts as the other's."""
+    words = ["sh", "-c", command] if isinstance(command, str) else command
+    run(["timeout", str(TIME_LIMIT), "time", "-q", "-f", "%M", "-o", ".memory"] + words, folder)
+    report = folder / ".memory"
+    text = report.read_text() if report.exists() else ""
+    remove(report)
+    return int(text or 0)
 
 
 def median(samples):
@@ -41,7 +52,7 @@ def median(samples):
     return Sample(
         statistics.median(s.wall for s in samples),
         statistics.median(s.cpu for s in samples),
-        max(s.memory for s in samples),
+        samples[0].memory,
         max(samples, key=lambda s: abs(s.status)).status,
     )
 
@@ -49,6 +60,7 @@ def median(samples):
 def alternate(commands, folder, output, runs):
     """Runs the commands in turn, several times; each writes the output anew. {name: Sample}."""
     samples = {name: [] for name in commands}
+    memory = {}
     sizes = {}
     for turn in range(runs + 1):
         for name, command in commands.items():
@@ -56,10 +68,11 @@ def alternate(commands, folder, output, runs):
                 continue
             remove(folder / output)
             os.sync()
-            sample = run(command, folder)
-            if turn > 0:  # the first one warms the caches
-                samples[name].append(sample)
-            sizes[name] = written(folder / output)
+            if turn == 0:  # which warms the caches, too
+                memory[name] = peak_memory(command, folder)
+                sizes[name] = written(folder / output)
+                continue
+            samples[name].append(dataclasses.replace(run(command, folder), memory=memory[name]))
     remove(folder / output)
     return {name: (median(samples[name]), sizes[name]) for name in commands}
 

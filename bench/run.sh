@@ -7,7 +7,7 @@ set -euo pipefail
 . "$(dirname "$0")/../scripts/common.sh"
 
 install_build_packages
-install_packages python3 tar gnuplot-nox llvm
+install_packages python3 tar time gnuplot-nox llvm
 build build
 mkdir -p build/bench
 python3 bench/bench.py --program build/bin/bfcl-library --folder build/bench --runs "${RUNS:-5}" |

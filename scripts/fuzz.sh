@@ -1,17 +1,20 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: BSD-3-Clause
 # fuzz.sh [SECONDS]: builds the fuzz targets into build-fuzz/, replays their corpora and fuzzes each target so long (30
-# seconds). The corpora grow in build-fuzz/corpus/; what a target fell over is in build-fuzz/crashes/.
+# seconds). The corpora begin with those of fuzz/corpus.tar.xz and grow in build-fuzz/corpus/; what a target fell over is
+# in build-fuzz/crashes/. To keep what was found: fuzz_TARGET -merge=1 NEW/TARGET build-fuzz/corpus/TARGET for each, and
+# tar -cJf fuzz/corpus.tar.xz of the new folders.
 set -euo pipefail
 # shellcheck source-path=SCRIPTDIR source=common.sh
 . "$(dirname "$0")/common.sh"
 seconds=${1:-30}
 
 install_build_packages
-install_packages clang libclang-rt-14-dev llvm
+install_packages clang libclang-rt-14-dev llvm xz-utils
 build build-fuzz --preset fuzz
 fuzz/seeds.sh build-fuzz/bin/bfcl-library build-fuzz/seeds
-mkdir -p build-fuzz/crashes
+mkdir -p build-fuzz/crashes build-fuzz/corpus
+tar -xJf fuzz/corpus.tar.xz -C build-fuzz/corpus
 
 for target in package_image package_file component_spec ir_text create_arguments; do
   say "Fuzzing $target for $seconds seconds"
