@@ -11,7 +11,7 @@ namespace {
 constexpr std::size_t MIN_LENGTH = 4;
 constexpr std::size_t MAX_LENGTH = UINT8_MAX;
 
-// Below this size, making the tables takes longer than they save.
+// Below this size, and for one key, making the tables takes longer than they save.
 constexpr std::size_t SMALL_BLOCK = 8192;
 
 } // namespace
@@ -65,7 +65,7 @@ void KeySearch::enter_key(std::size_t key) {
 
 void KeySearch::search(const char* block, std::size_t size) {
   search_one_by_one(m_odd, block, size);
-  if (size < SMALL_BLOCK) {
+  if (size < SMALL_BLOCK || m_others.size() == 1) {
     search_one_by_one(m_others, block, size);
   } else {
     search_together(block, size);
