@@ -6,6 +6,8 @@
 #include "vex_assert.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <memory>
 
@@ -23,6 +25,13 @@ constexpr std::size_t MAX_BLOCK_SIZE = std::size_t{1} << 18;
 // What a pipeline stage of that latency holds: a word, or nothing when it has no registers.
 int default_capacity(int latency) {
   return latency != 0 ? 1 : 0;
+}
+
+// The names in the rest of a file will be told to be missing: says why. Without an error, nothing.
+void report_read_error(const std::string& path, int error) {
+  if (error != 0) {
+    std::fprintf(stderr, "Error reading %s: %s\n", path.c_str(), std::strerror(error));
+  }
 }
 
 template <typename List, typename Value>
@@ -56,10 +65,12 @@ bool strings_in_file(const std::string& path, const std::vector<std::string>& ke
   const auto buffer = std::make_unique_for_overwrite<char[]>(search.overlap() + block_size);
   std::size_t kept = 0;
   while (!search.is_complete()) {
+    errno = 0;
     const std::size_t count = move_all(block_size, [&](std::size_t done, std::size_t left) {
       return read(fd.get(), buffer.get() + kept + done, left);
     });
     if (count == 0) {
+      report_read_error(path, errno);
       break;
     }
     const std::size_t size = kept + count;

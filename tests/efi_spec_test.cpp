@@ -276,8 +276,13 @@ TEST_F(Files, LaterFilesAreSearchedForWhatIsMissing) {
 
 TEST(Spec, DebuggingTracesDocumentAndWalk) {
   EFISpecXmlLoader loader(true, false);
-  const Printed printed = capture([&loader] { load(loader, "<EFI_SPEC><X/></EFI_SPEC>"); });
-  EXPECT_EQ("<EFI_SPEC>\n  <X/>\n</EFI_SPEC>\n[xml] entering document\n[xml] entering EFI_SPEC\n"
-            "[xml] entering EFI_SPEC/X\n[xml] exiting document\n",
+  const Printed printed = capture([&loader] {
+    load(loader, "<EFI_SPEC><X a=\"&lt;\"/></EFI_SPEC>");
+    load(loader, "<EFI_SPEC/>");
+  });
+  EXPECT_EQ("<EFI_SPEC>\n  <X a=\"&lt;\"/>\n</EFI_SPEC>\n[xml] entering document\n[xml] entering EFI_SPEC\n"
+            "[xml] entering EFI_SPEC/X\n[xml] exiting document\n"
+            "<EFI_SPEC/>\n[xml] entering document\n[xml] entering EFI_SPEC\n[xml] exiting EFI_SPEC\n"
+            "[xml] exiting document\n",
             printed.err);
 }

@@ -20,13 +20,6 @@ std::unique_ptr<tinyxml2::XMLDocument> parse(BaseXmlLoader& loader, const char* 
   return std::unique_ptr<tinyxml2::XMLDocument>(loader.parse_xml(text));
 }
 
-// Collects the trace as well.
-class TracingLoader : public BaseXmlLoader {
-public:
-  void debug(const std::string& msg) override { trace += msg; }
-  std::string trace;
-};
-
 // Calls a function on entering the element of a name.
 class CallingVisitor : public BaseVisitor {
 public:
@@ -94,12 +87,6 @@ TEST_F(Loader, TextsLastUntilTheNextParse) {
   EXPECT_TRUE(loader.m_errors.empty() && loader.m_warnings.empty());
 }
 
-TEST_F(Loader, DocumentsPrintIndented) {
-  BaseXmlLoader loader;
-  const auto doc = parse(loader, "<a><b c=\"&lt;\"><d/></b></a>");
-  EXPECT_EQ("<a>\n  <b c=\"&lt;\">\n    <d/>\n  </b>\n</a>\n", BaseXmlLoader::doc_to_string(doc.get()));
-}
-
 TEST_F(Loader, Conversions) {
   const struct {
     const char* text;
@@ -139,16 +126,6 @@ TEST_F(LoaderDeathTest, Preconditions) {
   EXPECT_DEATH(BaseXmlLoader::doc_to_string(nullptr), "`doc != __null'");
   EXPECT_DEATH(loader.get_error(0), "`index < m_errors.size\\(\\)'");
   EXPECT_DEATH(loader.get_warning(0), "`index < m_warnings.size\\(\\)'");
-}
-
-TEST(Visitor, TracesItsWalk) {
-  TracingLoader loader;
-  const auto doc = parse(loader, "<A><B/></A>");
-  BaseVisitor visitor(&loader, true);
-  EXPECT_TRUE(doc->Accept(&visitor));
-  EXPECT_EQ("[xml] entering document\n[xml] entering A\n[xml] entering A/B\n[xml] exiting A/B\n"
-            "[xml] exiting A\n[xml] exiting document\n",
-            loader.trace);
 }
 
 TEST(Visitor, StacksAndCounts) {
