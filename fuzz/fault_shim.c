@@ -99,6 +99,7 @@ WRAP(int, fcntl, (int fd, int command, long argument), (fd, command, argument), 
 WRAP(int, memfd_create, (const char* name, unsigned flags), (name, flags), NOTHING, -1)
 WRAP(int, fsync, (int fd), (fd), NOTHING, -1)
 WRAP(int, ftruncate, (int fd, long size), (fd, size), NOTHING, -1)
+WRAP(int, fallocate, (int fd, int mode, long at, long size), (fd, mode, at, size), NOTHING, -1)
 WRAP(int, stat, (const char* path, void* status), (path, status), NOTHING, -1)
 WRAP(int, fstat, (int fd, void* status), (fd, status), NOTHING, -1)
 WRAP(int, mkdir, (const char* path, unsigned mode), (path, mode), NOTHING, -1)

@@ -190,7 +190,7 @@ void build_name_table(vex_pkg_file* pkg, Elf_Scn* section) {
     return;
   }
   fill_section_data(pkg->name_data, nullptr, 0);
-  pkg->name_table.reset(static_cast<char*>(std::calloc(1, INITIAL_NAME_TABLE_SIZE)));
+  pkg->name_table = static_cast<char*>(pkg->memory->allocate(INITIAL_NAME_TABLE_SIZE));
   if (pkg->name_table == nullptr) {
     report(pkg->show_errors, " Failed to allocate %d bytes for string table",
            static_cast<int>(INITIAL_NAME_TABLE_SIZE));
@@ -198,9 +198,9 @@ void build_name_table(vex_pkg_file* pkg, Elf_Scn* section) {
     return;
   }
   pkg->name_capacity = INITIAL_NAME_TABLE_SIZE;
-  std::strncpy(pkg->name_table.get() + 1, VEX_PKG_STRING_TABLE, INITIAL_NAME_TABLE_SIZE - 1);
-  set_section_bytes(pkg->name_data, pkg->name_table.get(),
-                    1 + std::strlen(VEX_PKG_STRING_TABLE) + 1);
+  pkg->name_table[0] = '\0';
+  std::strncpy(pkg->name_table + 1, VEX_PKG_STRING_TABLE, INITIAL_NAME_TABLE_SIZE - 1);
+  set_section_bytes(pkg->name_data, pkg->name_table, 1 + std::strlen(VEX_PKG_STRING_TABLE) + 1);
 }
 
 // Each step prints its failure, and the next one is made all the same.
@@ -254,15 +254,15 @@ bool adopt_name_table(vex_pkg_file* pkg) {
     report(pkg->show_errors, "No usable string table section\n");
     return false;
   }
-  pkg->name_table.reset(static_cast<char*>(std::malloc(names->d_size)));
+  pkg->name_table = static_cast<char*>(pkg->memory->allocate(names->d_size));
   if (pkg->name_table == nullptr) {
     report(pkg->show_errors, " Failed to allocate %u bytes for string table",
            static_cast<unsigned>(names->d_size));
     return false;
   }
-  std::memcpy(pkg->name_table.get(), names->d_buf, names->d_size);
+  std::memcpy(pkg->name_table, names->d_buf, names->d_size);
   pkg->name_capacity = names->d_size;
-  names->d_buf = pkg->name_table.get();
+  names->d_buf = pkg->name_table;
   pkg->name_data = names;
   return measure_sections(pkg, section);
 }
@@ -338,6 +338,15 @@ bool check_mapped_sources(const vex_pkg_file* pkg) {
   return ok;
 }
 
+// The system maps each file below the one before: most go as one.
+void unmap_sources(vex_pkg_file* pkg) {
+  auto& sources = pkg->mapped_sources;
+  for (std::size_t i = sources.size(); i > 1; --i) {
+    sources[i - 2].bytes.absorb(sources[i - 1].bytes);
+  }
+  sources.clear();
+}
+
 bool close_descriptor(vex_pkg_file* pkg) {
   bool ok = true;
   if (pkg->dirty && fsync(pkg->fd) != 0) {
@@ -374,13 +383,13 @@ Elf* begin_small_file(vex_pkg_file* pkg, const struct stat& status) {
     return nullptr;
   }
   const auto size = static_cast<std::size_t>(status.st_size);
-  malloc_ptr<void> image(std::malloc(size));
-  if (image == nullptr || read_all_into(pkg->fd, image.get(), size) < size) {
+  auto* image = static_cast<char*>(pkg->memory->allocate(size));
+  if (image == nullptr || read_all_into(pkg->fd, image, size) < size) {
     return nullptr;
   }
-  pkg->image = std::move(image);
+  pkg->image = image;
   pkg->image_size = size;
-  return elf_memory(static_cast<char*>(pkg->image.get()), size);
+  return elf_memory(image, size);
 }
 
 // What a handle needs to be one, whether libelf takes the file or not.
@@ -408,9 +417,8 @@ struct package_discarder {
   }
 };
 
-} // namespace
-
-vex_pkg_file* vex_pkg_open_file(const char* name, unsigned mode) {
+// Opens a file, whose bytes go into a memory that outlives the handle, or into its own.
+vex_pkg_file* open_file(const char* name, unsigned mode, Arena* memory) {
   const bool show = (mode & VEX_PKG_SHOW_ERRORS) != 0;
   if (!check_open_mode(mode, show)) {
     return nullptr;
@@ -434,6 +442,7 @@ vex_pkg_file* vex_pkg_open_file(const char* name, unsigned mode) {
     return nullptr;
   }
   pkg->fd = fd;
+  pkg->memory = memory != nullptr ? memory : pkg->memory;
   begin_package(pkg.get(), name, mode);
   if (pkg->created) {
     build_new_package(pkg.get());
@@ -441,6 +450,16 @@ vex_pkg_file* vex_pkg_open_file(const char* name, unsigned mode) {
     return nullptr;
   }
   return pkg.release();
+}
+
+} // namespace
+
+vex_pkg_file* vex_pkg_open_file(const char* name, unsigned mode) {
+  return open_file(name, mode, nullptr);
+}
+
+vex_pkg_file* vex_pkg_open_part(vex_pkg_file* whole, const char* name, unsigned mode) {
+  return open_file(name, mode | VEX_PKG_READ_ONLY, whole != nullptr ? whole->memory : nullptr);
 }
 
 vex_pkg_file* vex_pkg_open_file_from_memory(char* image, std::size_t size, unsigned mode) {
@@ -486,6 +505,7 @@ unsigned vex_pkg_close_file_checked(vex_pkg_file* pkg) {
       std::puts("vex_pkg_close_file: elf_end returned non-zero.  Do it again.");
     }
   }
+  unmap_sources(pkg);
   if (pkg->fd != -1) {
     ok = close_descriptor(pkg) && ok;
   }

@@ -55,6 +55,11 @@ inline constexpr std::size_t VEX_PKG_MAX_SECTION_NAME = 4096;
 // the same, on which every operation fails.
 [[nodiscard]] vex_pkg_file* vex_pkg_open_file(const char* name, unsigned mode);
 
+// Opens a package for reading that is to be added to `whole`, with vex_pkg_add_package_section: a
+// small one is read into that one's memory. It must be closed before `whole`. The mode may hold
+// show bits only.
+[[nodiscard]] vex_pkg_file* vex_pkg_open_part(vex_pkg_file* whole, const char* name, unsigned mode);
+
 // Opens the package that lies in `image`, `size` bytes that must outlive the handle and are never
 // written. The mode may hold show bits only. Null for a null image or a size of 0, silently, or
 // after a message.
@@ -94,8 +99,8 @@ void vex_pkg_map_large_files(vex_pkg_file* pkg);
 // Adds the whole of a regular file as a section.
 unsigned vex_pkg_add_data_section_from_file(vex_pkg_file* pkg, const char* name, const char* path);
 
-// Adds the whole file of a package that is open for reading as a section, without reading it again
-// if it is in memory already. The package must be closed before the one it is added to.
+// Adds the whole file of a package that is open for reading as a section. A small one that was
+// opened as a part of `pkg` is not read again.
 unsigned vex_pkg_add_package_section(vex_pkg_file* pkg, const char* name, vex_pkg_file* package);
 
 // Whether the section exists and has data; silent when it does not exist. *size_out, when given,

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #pragma once
 
+#include "arena.h"
 #include "pkg.h"
 #include "pkg_source.h"
 
@@ -26,8 +27,6 @@ struct vex_pkg_file {
   std::string name; // for close-time messages; empty for a package in memory
   int fd = -1;      // -1 for a package in memory
   Elf* elf = nullptr;
-  malloc_ptr<void> image; // the whole of a small file that is only read
-  std::size_t image_size = 0;
 
   bool writable : 1 = false;
   bool created : 1 = false;
@@ -41,7 +40,7 @@ struct vex_pkg_file {
   // grows by doubling; after an update of the table section itself it points at the caller's
   // buffer.
   Elf_Data* name_data = nullptr;
-  malloc_ptr<char> name_table;
+  char* name_table = nullptr;
   std::size_t name_capacity = 0;
 
   // First section of each name, filled in section order at the first look-up and kept up by adding,
@@ -54,10 +53,15 @@ struct vex_pkg_file {
   std::uint64_t content_bytes = 0; // all sections but the string table, with their padding
 
   // What libelf's descriptors or callers may still point at until close: contents read from files
-  // and outgrown string tables; and contents that are mapped, whose files must not have changed
-  // then.
-  std::vector<malloc_ptr<void>> blocks;
+  // and string tables, outgrown ones too; and contents that are mapped, whose files must not have
+  // changed then.
+  Arena own_memory;
+  Arena* memory = &own_memory; // or that of the package which this one is to become a part of
   std::vector<mapped_source> mapped_sources;
+
+  // The whole of a small file that is only read, in `memory`.
+  char* image = nullptr;
+  std::size_t image_size = 0;
 };
 
 inline constexpr std::size_t SECTION_ALIGNMENT = 128;

@@ -103,12 +103,11 @@ bool copy_mapped_source(vex_pkg_file* pkg, Elf_Data* data) {
   if (source == pkg->mapped_sources.end()) {
     return true;
   }
-  malloc_ptr<void> copy = source->bytes.copy();
+  void* copy = source->bytes.copy(*pkg->memory);
   if (copy == nullptr) {
     return false;
   }
-  pkg->blocks.push_back(std::move(copy));
-  data->d_buf = pkg->blocks.back().get();
+  data->d_buf = copy;
   pkg->mapped_sources.erase(source);
   return true;
 }

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "pkg_source.h"
 
-#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <utility>
@@ -20,19 +19,17 @@ void report(bool show, const char* format, ...) {
   va_end(args);
 }
 
-namespace {
-
-malloc_ptr<void> allocate(std::size_t size) {
-  return malloc_ptr<void>(std::malloc(std::max<std::size_t>(size, 1)));
-}
-
-} // namespace
-
 std::size_t read_all_into(int fd, void* target, std::size_t size) {
   return move_all(size, [&](std::size_t done, std::size_t left) {
     return pread(fd, static_cast<char*>(target) + done, left, static_cast<off_t>(done));
   });
 }
+
+namespace {
+
+constexpr std::size_t PAGE_SIZE = 4096;
+
+} // namespace
 
 MappedBytes::MappedBytes(MappedBytes&& other) noexcept
     : m_bytes(std::exchange(other.m_bytes, nullptr)), m_size(std::exchange(other.m_size, 0)) {}
@@ -49,18 +46,24 @@ MappedBytes::~MappedBytes() {
   }
 }
 
+void MappedBytes::absorb(MappedBytes& below) {
+  const std::size_t size = (below.m_size + PAGE_SIZE - 1) / PAGE_SIZE * PAGE_SIZE;
+  if (m_bytes != nullptr && static_cast<char*>(below.m_bytes) + size == m_bytes) {
+    m_bytes = std::exchange(below.m_bytes, nullptr);
+    m_size += size;
+  }
+}
+
 // By way of a file in memory: the system copies what is there and says so when it is not.
-malloc_ptr<void> MappedBytes::copy() const {
+void* MappedBytes::copy(Arena& arena) const {
   const unique_fd file(memfd_create("bfcl-source", MFD_CLOEXEC));
   const std::size_t written = move_all(m_size, [&](std::size_t done, std::size_t left) {
     return write(file.get(), static_cast<const char*>(m_bytes) + done, left);
   });
-  malloc_ptr<void> bytes = allocate(m_size);
-  if (bytes == nullptr || written < m_size ||
-      read_all_into(file.get(), bytes.get(), m_size) < m_size) {
-    return nullptr;
-  }
-  return bytes;
+  void* bytes = arena.allocate(m_size);
+  const bool copied =
+      bytes != nullptr && written == m_size && read_all_into(file.get(), bytes, m_size) == m_size;
+  return copied ? bytes : nullptr;
 }
 
 SourceFile::SourceFile(const char* path)
@@ -75,18 +78,17 @@ bool SourceFile::check_open() const {
   return is_open();
 }
 
-malloc_ptr<void> SourceFile::read_all() const {
-  malloc_ptr<void> bytes = allocate(size());
-  if (bytes == nullptr) {
+bool SourceFile::read_all(void* target) const {
+  if (target == nullptr) {
     report(true, "Could not allocated %zu bytes of memory\n", size());
-    return nullptr;
+    return false;
   }
-  const std::size_t done = read_all_into(m_fd.get(), bytes.get(), size());
+  const std::size_t done = read_all_into(m_fd.get(), target, size());
   if (done < size()) {
     report(true, "Error reading %s. Read only %zu out of %zu bytes\n", m_path, done, size());
-    return nullptr;
+    return false;
   }
-  return bytes;
+  return true;
 }
 
 MappedBytes SourceFile::map_all() const {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #pragma once
 
-#include "malloc_ptr.h"
+#include "arena.h"
 #include "unique_fd.h"
 
 #include <cstddef>
@@ -31,8 +31,11 @@ public:
 
   [[nodiscard]] const void* get() const { return m_bytes; }
 
-  // The bytes as a block of their own, or null when some of them are gone.
-  [[nodiscard]] malloc_ptr<void> copy() const;
+  // Takes over what is mapped directly below, so that both go with one call of the system.
+  void absorb(MappedBytes& below);
+
+  // The bytes as a block of the arena, or null when some of them are gone or memory ran out.
+  [[nodiscard]] void* copy(Arena& arena) const;
 
 private:
   void* m_bytes = nullptr;
@@ -58,8 +61,8 @@ public:
   [[nodiscard]] const struct stat& status() const { return m_status; }
   [[nodiscard]] std::size_t size() const { return static_cast<std::size_t>(m_status.st_size); }
 
-  // All size() bytes, or null after a message. An empty file yields a block too.
-  [[nodiscard]] malloc_ptr<void> read_all() const;
+  // Reads all size() bytes; false after a message, as when memory ran out and `target` is null.
+  [[nodiscard]] bool read_all(void* target) const;
 
   // The same without copying them; nothing, without a message, where that can't be done.
   [[nodiscard]] MappedBytes map_all() const;

@@ -68,24 +68,22 @@ bool check_package_size(vex_pkg_file* pkg, std::uint64_t size, std::uint64_t old
 // callers may have a pointer to it, and the name to be added may be in it.
 bool reserve_name_table(vex_pkg_file* pkg, std::size_t size) {
   Elf_Data* names = pkg->name_data;
-  const bool own = names->d_buf == pkg->name_table.get();
+  const bool own = names->d_buf == pkg->name_table;
   if (own && size <= pkg->name_capacity) {
     return true;
   }
   const std::size_t capacity =
       std::max(size, own ? 2 * pkg->name_capacity : INITIAL_NAME_TABLE_SIZE);
-  malloc_ptr<char> table(static_cast<char*>(std::malloc(capacity)));
+  auto* table = static_cast<char*>(pkg->memory->allocate(capacity));
   if (table == nullptr) {
     report(pkg->show_errors, " Failed to allocate %u bytes for string table",
            static_cast<unsigned>(size));
     return false;
   }
-  std::memcpy(table.get(), names->d_buf, names->d_size);
-  malloc_ptr<void>& old_table = pkg->blocks.emplace_back();
-  old_table = std::move(pkg->name_table);
-  pkg->name_table = std::move(table);
+  std::memcpy(table, names->d_buf, names->d_size);
+  pkg->name_table = table;
   pkg->name_capacity = capacity;
-  names->d_buf = pkg->name_table.get();
+  names->d_buf = table;
   return true;
 }
 
@@ -122,7 +120,7 @@ bool name_section(vex_pkg_file* pkg, Elf_Scn* section, const char* name) {
     return false;
   }
   const std::size_t offset = names->d_size;
-  char* own_name = pkg->name_table.get() + offset;
+  char* own_name = pkg->name_table + offset;
   std::memcpy(own_name, name, length + 1);
   names->d_size = offset + length + 1;
   elf_flagdata(names, ELF_C_SET, ELF_F_DIRTY);
@@ -173,8 +171,14 @@ unsigned vex_pkg_add_data_section(vex_pkg_file* pkg, const char* name, const voi
 
 void* vex_pkg_read_file_into_buffer(const char* path, std::size_t* size_out) {
   const SourceFile file(path);
-  malloc_ptr<void> bytes = file.check_open() ? file.read_all() : nullptr;
-  if (bytes != nullptr && size_out != nullptr) {
+  if (!file.check_open()) {
+    return nullptr;
+  }
+  malloc_ptr<void> bytes(std::malloc(std::max<std::size_t>(file.size(), 1)));
+  if (!file.read_all(bytes.get())) {
+    return nullptr;
+  }
+  if (size_out != nullptr) {
     *size_out = file.size();
   }
   return bytes.release();
@@ -203,12 +207,8 @@ const void* take_contents(vex_pkg_file* pkg, const SourceFile& file) {
       return pkg->mapped_sources.back().bytes.get();
     }
   }
-  malloc_ptr<void> block = file.read_all();
-  if (block == nullptr) {
-    return nullptr;
-  }
-  pkg->blocks.push_back(std::move(block));
-  return pkg->blocks.back().get();
+  void* bytes = pkg->memory->allocate(file.size());
+  return file.read_all(bytes) ? bytes : nullptr;
 }
 
 // Hands a file's bytes to an operation, in the place of `old_size` bytes.
@@ -224,17 +224,12 @@ unsigned apply_file(vex_pkg_file* pkg, const char* name, const SourceFile& file,
 } // namespace
 
 unsigned vex_pkg_add_package_section(vex_pkg_file* pkg, const char* name, vex_pkg_file* package) {
-  if (package == nullptr || package->image == nullptr) {
-    return package != nullptr && package->fd != -1
-               ? vex_pkg_add_data_section_from_file(pkg, name, package->name.c_str())
-               : 0;
-  }
-  if (!check_writable(pkg)) {
+  if (pkg == nullptr || package == nullptr || package->fd == -1) {
     return 0;
   }
-  // Taken over first: the section must not outlive its bytes, whatever fails.
-  pkg->blocks.push_back(std::move(package->image));
-  return vex_pkg_add_data_section(pkg, name, pkg->blocks.back().get(), package->image_size);
+  return package->image != nullptr && package->memory == pkg->memory
+             ? vex_pkg_add_data_section(pkg, name, package->image, package->image_size)
+             : vex_pkg_add_data_section_from_file(pkg, name, package->name.c_str());
 }
 
 void vex_pkg_map_large_files(vex_pkg_file* pkg) {

@@ -225,9 +225,9 @@ protected:
   bool m_cleaned = clean_up();
 };
 
-constexpr const char* CALLS =
-    "open close read pread write pwrite fcntl fsync ftruncate stat fstat mmap memfd_create mkdir rename getcwd fopen "
-    "fdopen popen fread fgets fwrite fclose pclose fflush unlink system";
+constexpr const char* CALLS = "open close read pread write pwrite fcntl fallocate fsync ftruncate stat fstat mmap "
+                              "memfd_create mkdir rename getcwd fopen "
+                              "fdopen popen fread fgets fwrite fclose pclose fflush unlink system";
 
 TEST_P(Faults, BrokenCalls) {
   EXPECT_EQ(GetParam().status, m_good.status);

@@ -110,7 +110,7 @@ bool LibraryBuild::open() {
 }
 
 bool LibraryBuild::add_input(const std::string& path) {
-  vex_pkg_ptr package(vex_pkg_open_file(path.c_str(), default_show_mode | VEX_PKG_READ_ONLY));
+  vex_pkg_ptr package(vex_pkg_open_part(m_library.get(), path.c_str(), default_show_mode));
   if (package == nullptr) {
     std::printf("Error: Cannot open component package file %s!\n", path.c_str());
     return false;
