@@ -65,7 +65,6 @@ bool strings_in_file(const std::string& path, const std::vector<std::string>& ke
   const auto buffer = std::make_unique_for_overwrite<char[]>(search.overlap() + block_size);
   std::size_t kept = 0;
   while (!search.is_complete()) {
-    errno = 0;
     const std::size_t count = move_all(block_size, [&](std::size_t done, std::size_t left) {
       return read(fd.get(), buffer.get() + kept + done, left);
     });

@@ -362,17 +362,31 @@ bool close_descriptor(vex_pkg_file* pkg) {
   return ok;
 }
 
-// Whether the sections that lie in a file claim far more bytes than it has, as they lie over each
-// other: reading them all would take memory or disk without end.
+// Whether the sections in a file and their names claim far more bytes than there are, as they lie
+// over each other: reading them all would take memory, disk or time without end. What lies beyond
+// the last section does not count, as a sparse file has any size.
 bool claims_too_much(vex_pkg_file* pkg, std::uint64_t file_size) {
+  if (!is_package(pkg)) {
+    return false;
+  }
+  const Elf_Data* names = get_name_data_ptr(pkg, false);
+  const std::uint64_t limit = std::min(file_size, MAX_FILE_SIZE);
   std::uint64_t claimed = 0;
+  std::uint64_t headers = 0;
+  std::uint64_t last_end = 0;
   Elf_Scn* section = nullptr;
-  while (is_package(pkg) && (section = elf_nextscn(pkg->elf, section)) != nullptr) {
+  while (claimed / 2 <= limit && (section = elf_nextscn(pkg->elf, section)) != nullptr) {
     const Elf32_Shdr header = read_section_header(section);
     const std::uint64_t end = std::uint64_t{header.sh_offset} + header.sh_size;
-    claimed += header.sh_type != SHT_NOBITS && end <= file_size ? header.sh_size : 0;
+    if (header.sh_type != SHT_NOBITS && end <= file_size) {
+      claimed += header.sh_size;
+      last_end = std::max(last_end, end);
+    }
+    const char* name = get_section_name(section, names);
+    claimed += name != nullptr ? std::strlen(name) : 0;
+    headers += sizeof header;
   }
-  return claimed / 2 > file_size;
+  return claimed / 2 > std::min(last_end + headers, limit);
 }
 
 // A small file that is only read is taken into memory at once: libelf would read it in five pieces.
@@ -406,7 +420,7 @@ void begin_package(vex_pkg_file* pkg, const char* name, unsigned mode) {
   if (pkg->elf == nullptr) {
     report(pkg->show_errors, "elf_begin failed: %s\n", elf_error_text(errno));
   }
-  pkg->damaged = !pkg->writable && claims_too_much(pkg, static_cast<std::uint64_t>(status.st_size));
+  pkg->damaged = !pkg->created && claims_too_much(pkg, static_cast<std::uint64_t>(status.st_size));
 }
 
 // Closes a handle that was not handed out, without writing anything.

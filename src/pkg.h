@@ -22,8 +22,8 @@
 // The functions. None throws anything but std::bad_alloc, none aborts. Unless said otherwise they
 // return 1 for success and 0 for failure; a null handle fails. A handle's show bits decide about
 // its messages: failures go to standard error, progress to standard output. A handle on something
-// that is no package (another kind of file, 64-bit or big-endian ELF, damaged tables) behaves as a
-// package without sections.
+// that is no package (another kind of file, 64-bit or big-endian ELF, damaged tables, sections or
+// names that lie over each other many times) behaves as a package without sections.
 //
 // Ownership. The container never copies section contents. A buffer handed to add or update stays
 // its caller's and must live, unchanged, until the package is closed. Contents that the container

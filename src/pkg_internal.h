@@ -34,7 +34,7 @@ struct vex_pkg_file {
   bool show_errors : 1 = false;
   bool show_info : 1 = false;
   bool maps_files : 1 = false;
-  bool damaged : 1 = false; // libelf's list of sections is not fit to be walked or written
+  bool damaged : 1 = false; // the list of sections is not fit to be walked or written
 
   // The string table of a writable package. libelf's descriptor points at a block of ours, which
   // grows by doubling; after an update of the table section itself it points at the caller's
@@ -65,6 +65,7 @@ struct vex_pkg_file {
 };
 
 inline constexpr std::size_t SECTION_ALIGNMENT = 128;
+inline constexpr std::uint64_t MAX_FILE_SIZE = UINT32_MAX; // offsets have 32 bits
 inline constexpr std::size_t INITIAL_NAME_TABLE_SIZE = 4096;
 
 // From this size on, in bytes, mapping a file costs less than reading it.
@@ -87,6 +88,9 @@ Elf_Scn* make_section(vex_pkg_file* pkg);
 // Sets what the container gives to a section's header; a message when there is none.
 Elf32_Shdr* set_section_header(vex_pkg_file* pkg, Elf_Scn* section, Elf32_Word type,
                                Elf32_Word flags);
+
+// The section's name, or null when its header leads to none.
+const char* get_section_name(Elf_Scn* section, const Elf_Data* names);
 
 // A section's header, copied out, as those of a package in memory need not be aligned. Of type
 // SHT_NULL when it cannot be had.

@@ -6,9 +6,6 @@
 #include <cstdio>
 #include <cstring>
 
-namespace {
-
-// The section's name, or null when its header leads to none.
 const char* get_section_name(Elf_Scn* section, const Elf_Data* names) {
   if (!name_table_is_usable(names)) {
     return nullptr;
@@ -16,6 +13,8 @@ const char* get_section_name(Elf_Scn* section, const Elf_Data* names) {
   const Elf32_Word offset = read_section_header(section).sh_name;
   return offset < names->d_size ? static_cast<const char*>(names->d_buf) + offset : nullptr;
 }
+
+namespace {
 
 // Calls visit(section, name) for each section, in file order, until it returns false; the null
 // section is not visited. The name is null where get_section_name finds none.

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "pkg_source.h"
 
+#include "arena.h"
+
 #include <cstdarg>
 #include <cstdio>
 #include <utility>
@@ -51,6 +53,7 @@ void MappedBytes::absorb(MappedBytes& below) {
   if (m_bytes != nullptr && static_cast<char*>(below.m_bytes) + size == m_bytes) {
     m_bytes = std::exchange(below.m_bytes, nullptr);
     m_size += size;
+    below.m_size = 0;
   }
 }
 
@@ -60,10 +63,8 @@ void* MappedBytes::copy(Arena& arena) const {
   const std::size_t written = move_all(m_size, [&](std::size_t done, std::size_t left) {
     return write(file.get(), static_cast<const char*>(m_bytes) + done, left);
   });
-  void* bytes = arena.allocate(m_size);
-  const bool copied =
-      bytes != nullptr && written == m_size && read_all_into(file.get(), bytes, m_size) == m_size;
-  return copied ? bytes : nullptr;
+  void* bytes = written == m_size ? arena.allocate(m_size) : nullptr;
+  return bytes != nullptr && read_all_into(file.get(), bytes, m_size) == m_size ? bytes : nullptr;
 }
 
 SourceFile::SourceFile(const char* path)

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #pragma once
 
-#include "arena.h"
 #include "unique_fd.h"
 
 #include <cstddef>
@@ -10,6 +9,7 @@
 
 // What the container needs beside libelf: its messages and the reading of source files.
 
+class Arena;
 struct vex_pkg_file;
 
 // Prints to standard error if `show` is set, after what stands in standard output's buffer, so that

@@ -9,8 +9,6 @@
 
 namespace {
 
-constexpr std::uint64_t MAX_FILE_SIZE = UINT32_MAX;
-
 bool check_writable(const vex_pkg_file* pkg) {
   if (pkg == nullptr) {
     return false;

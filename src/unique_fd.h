@@ -38,11 +38,12 @@ private:
 };
 
 // Calls move(done, left), as read and write are called, until no bytes are left or no more go, and
-// returns how many went.
+// returns how many went; when fewer did, errno says why, or 0 at the end of what there is.
 template <typename Move>
 std::size_t move_all(std::size_t size, Move move) {
   std::size_t done = 0;
   while (done < size) {
+    errno = 0;
     const ssize_t count = move(done, size - done);
     if (count == 0 || (count < 0 && errno != EINTR)) {
       break;

@@ -10,7 +10,7 @@
 // VEX_ASSERT(expression) quotes the expression as it is written; VEX_ASSERT_TEXT(expression, text)
 // quotes the given text instead. A failure prints the text with its place on standard error, in the
 // form of the C library's own assertions, and aborts. What was already printed on standard output
-// is flushed first: abort() would lose it. vex_assert_cleanup, when set, is called before, to
+// is flushed first: abort() would lose it. vex_assert_cleanup, when set, is called in between, to
 // remove files that no destructor will remove any more.
 #define VEX_ASSERT(expression) VEX_ASSERT_TEXT(expression, #expression)
 #define VEX_ASSERT_TEXT(expression, text)                                                          \

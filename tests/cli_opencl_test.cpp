@@ -167,11 +167,15 @@ TEST_F(OpenCl, ADefinitionWithoutANameAbortsAndLeavesNothing) {
 TEST_F(OpenCl, UnwritableBitcodeFile) {
   write_package("ocl", {{LINUX, ""}});
   const std::string file = std::string("ocl") + LINUX + ".bc";
-  std::filesystem::create_directory(file);
-  const Outcome result = library({"create", "-o", "lib", "ocl"});
-  EXPECT_EQ(1, result.status);
-  EXPECT_EQ(std::string("Error: Couldn't write section ") + LINUX + " into a new file " + file + "!\n", result.out);
-  EXPECT_TRUE(std::filesystem::is_directory(file));
+  mkfifo(file.c_str(), 0666);
+  for (const bool is_fifo : {true, false}) {
+    const Outcome result = library({"create", "-o", "lib", "ocl"});
+    EXPECT_EQ(1, result.status);
+    EXPECT_EQ(std::string("Error: Couldn't write section ") + LINUX + " into a new file " + file + "!\n", result.out);
+    EXPECT_EQ(is_fifo, std::filesystem::is_fifo(file));
+    std::filesystem::remove(file);
+    std::filesystem::create_directory(file);
+  }
 }
 
 // The files that bitcode goes into may not be those that the command was given.

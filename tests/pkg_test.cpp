@@ -15,6 +15,7 @@ constexpr unsigned READ = VEX_PKG_SHOW_ERRORS | VEX_PKG_READ_ONLY;
 constexpr unsigned EDIT = VEX_PKG_SHOW_ERRORS | VEX_PKG_READ_WRITE;
 
 using Pkg = InTempDir;
+using namespace std::string_literals;
 
 vex_pkg_ptr open_package(const char* name, unsigned mode) {
   return vex_pkg_ptr(vex_pkg_open_file(name, mode));
@@ -342,6 +343,22 @@ TEST_F(Pkg, LargeSectionsAreWrittenWhole) {
   }
 }
 
+// A package with ten sections of whose names each is an end of the longest, "a" the last of them.
+std::string make_nested_names() {
+  const std::string longest(VEX_PKG_MAX_SECTION_NAME, 'a');
+  vex_pkg_ptr pkg = open_package("nested", CREATE);
+  for (const std::string& name : {longest, "1"s, "2"s, "3"s, "4"s, "5"s, "6"s, "7"s, "8"s, "9"s}) {
+    EXPECT_EQ(1U, vex_pkg_add_data_section(pkg.get(), name.c_str(), "", 0));
+  }
+  pkg.reset();
+  std::string image = read_file("nested");
+  const std::uint32_t first = word_at(image, header_at(image, 3, 0));
+  for (std::uint32_t i = 1; i < 10; ++i) {
+    image = with_bytes(image, header_at(image, 3 + i, 0), word(first + (i < 9 ? i : 4095)));
+  }
+  return image;
+}
+
 // Whatever a file is, a handle on it behaves as a package without that section.
 TEST_F(Pkg, DamagedFilesHaveNoSections) {
   const std::string good = make_package();
@@ -350,6 +367,9 @@ TEST_F(Pkg, DamagedFilesHaveNoSections) {
   run({"ar", "rcS", "archive", "archived"});
   run({"cp", "/proc/self/exe", "elf64"});
   mkfifo("fifo", 0666);
+  const std::string heaped =
+      with_bytes(with_bytes(with_bytes(good, header_at(good, 2, 16), whole), header_at(good, 3, 16), whole),
+                 header_at(good, 4, 16), whole);
   const struct {
     const char* name;
     std::string image;
@@ -369,9 +389,9 @@ TEST_F(Pkg, DamagedFilesHaveNoSections) {
       {"string table beyond the file", with_bytes(good, header_at(good, 1, 16), word(0xfffffff0))},
       {"name beyond the table", with_bytes(good, header_at(good, 3, 0), word(0x7fffffff))},
       {"section beyond the file", with_bytes(good, header_at(good, 3, 20), word(0x7fffffff))},
-      {"sections over each other",
-       with_bytes(with_bytes(with_bytes(good, header_at(good, 2, 16), whole), header_at(good, 3, 16), whole),
-                  header_at(good, 4, 16), whole)},
+      {"sections over each other", heaped},
+      {"sections over each other, and much behind", heaped + std::string(9 * good.size(), '\0')},
+      {"names over each other", make_nested_names()},
       {"section without bytes", with_bytes(good, header_at(good, 3, 4), word(8))},
       {"section without bytes or size",
        with_bytes(with_bytes(good, header_at(good, 3, 4), word(8)), header_at(good, 3, 20), word(0))},

@@ -21,7 +21,9 @@ namespace {
 
 constexpr const char* IR_SECTION = ".vex.clang_ir.x86_64-unknown-linux-ostrahw";
 constexpr const char* IR_TYPE = IR_SECTION + sizeof ".vex.clang_ir";
+const std::string BITCODE = std::string("k") + IR_SECTION + ".bc";
 
+using namespace std::string_literals;
 using Files = std::map<std::string, std::string>; // what each holds
 
 // Works over the HDL package "f", the OpenCL package "k" and a library of both, with scripts as the kit's tools.
@@ -43,16 +45,17 @@ protected:
   }
 
   static bool clean_up() {
-    for (const char* result : {"made", "out", ".emu_models"}) {
+    for (const std::string& result : {"made"s, "out"s, ".emu_models"s, BITCODE}) {
       std::filesystem::remove_all(result);
     }
+    std::filesystem::create_symlink("c/top.v", BITCODE); // which no command may write through
     return std::filesystem::create_directory("out");
   }
 
   static Files files() {
     Files files;
     for (const auto& entry : std::filesystem::recursive_directory_iterator(".")) {
-      if (entry.is_regular_file() && entry.path() != "./mark") { // of a fault that came
+      if (entry.is_regular_file() && !entry.is_symlink() && entry.path() != "./mark") { // of a fault that came
         files[entry.path()] = read_file(entry.path());
       }
     }

@@ -39,12 +39,12 @@ public:
   void arm() { m_armed = true; }
   void disarm() { m_armed = false; }
 
-  // Of a symbolic link, the file that it leads to.
+  // Of a symbolic link, the file that it leads to, unless its full path is too long to be told.
   void remove_file() const {
     std::array<char, PATH_MAX> target = {};
-    if (m_armed && file_is_a_regular_file(m_path) &&
-        realpath(m_path.c_str(), target.data()) != nullptr) {
-      unlink(target.data());
+    if (m_armed && file_is_a_regular_file(m_path)) {
+      const char* path = realpath(m_path.c_str(), target.data());
+      unlink(path != nullptr ? path : m_path.c_str());
     }
   }
 

@@ -4,6 +4,7 @@
 #include "front_end.h"
 #include "vex_assert.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
@@ -115,8 +116,10 @@ bool OpenClCode::claim_file(const std::string& file) const {
     return false;
   }
   struct stat status = {};
-  if (lstat(file.c_str(), &status) == 0 && S_ISLNK(status.st_mode)) {
-    unlink(file.c_str());
+  if (lstat(file.c_str(), &status) == 0 && S_ISLNK(status.st_mode) && unlink(file.c_str()) != 0) {
+    std::printf("Error: Cannot replace symbolic link %s: %s!\n", file.c_str(),
+                std::strerror(errno));
+    return false;
   }
   return true;
 }
@@ -125,7 +128,8 @@ bool OpenClCode::take_section(vex_pkg_file* package, const char* section, const 
   if (!claim_file(file)) {
     return false;
   }
-  const bool existed = file_is_a_regular_file(file);
+  struct stat status = {};
+  const bool existed = lstat(file.c_str(), &status) == 0;
   // Listed first, as a part of the file must go, too; one that was there and could not be opened
   // must not.
   m_written.push_back(file);

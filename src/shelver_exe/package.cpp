@@ -58,8 +58,10 @@ bool has_accepted_extension(const std::string& path, const PkgSectionKind& kind)
   return dot != std::string::npos && kind.extensions.contains(to_lower(path.substr(dot + 1)));
 }
 
-bool check_source_file(const std::string& path, const PkgSectionKind& kind) {
-  if (!file_is_a_regular_file(path)) {
+// A file that did not open may be a regular one that nobody may read: adding it will tell.
+bool check_source_file(const SourceFile& file, const std::string& path,
+                       const PkgSectionKind& kind) {
+  if (!file.is_open() && !file_is_a_regular_file(path)) {
     std::printf("Error: File %s, specified in XML spec file, does not exist or is not a file!\n",
                 path.c_str());
     return false;
@@ -80,16 +82,11 @@ int add_source_to_container(vex_pkg_file* pkg, const std::string& section, const
   return 1;
 }
 
-// What bears a source's extension is opened at once, for looking at it and for reading it. Other
-// files are looked at before: opening a device may set it going.
+// The file is opened once, for looking at it and for reading it.
 bool add_listed_file(vex_pkg_file* pkg, const std::string& name, const std::string& path,
                      const PkgSectionKind& kind) {
-  const bool at_once = !kind.extensions.empty() && has_accepted_extension(path, kind);
-  if (!at_once && !check_source_file(path, kind)) {
-    return false;
-  }
   const SourceFile file(path.c_str());
-  if (at_once && !file.is_open() && !check_source_file(path, kind)) {
+  if (!check_source_file(file, path, kind)) {
     return false;
   }
   if (verbose != 0) {
