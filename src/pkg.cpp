@@ -391,12 +391,11 @@ bool claims_too_much(vex_pkg_file* pkg, std::uint64_t file_size) {
 
 // A small file that is only read is taken into memory at once: libelf would read it in five pieces.
 // Null when it is another kind of file or does not come whole.
-Elf* begin_small_file(vex_pkg_file* pkg, const struct stat& status) {
-  if (pkg->writable || !S_ISREG(status.st_mode) || status.st_size == 0 ||
-      static_cast<std::size_t>(status.st_size) >= MIN_MAPPED_SIZE) {
+Elf* begin_small_file(vex_pkg_file* pkg) {
+  const auto size = static_cast<std::size_t>(pkg->status.st_size);
+  if (pkg->writable || !S_ISREG(pkg->status.st_mode) || size == 0 || size >= MIN_MAPPED_SIZE) {
     return nullptr;
   }
-  const auto size = static_cast<std::size_t>(status.st_size);
   auto* image = static_cast<char*>(pkg->memory->allocate(size));
   if (image == nullptr || read_all_into(pkg->fd, image, size) < size) {
     return nullptr;
@@ -412,15 +411,15 @@ void begin_package(vex_pkg_file* pkg, const char* name, unsigned mode) {
   pkg->writable = (mode & VEX_PKG_READ_ONLY) == 0;
   pkg->created = (mode & VEX_PKG_CREATE) != 0;
   vex_pkg_set_show_mode(pkg, mode);
-  struct stat status = {};
-  pkg->elf = fstat(pkg->fd, &status) == 0 ? begin_small_file(pkg, status) : nullptr;
+  pkg->elf = fstat(pkg->fd, &pkg->status) == 0 ? begin_small_file(pkg) : nullptr;
   if (pkg->elf == nullptr) {
     pkg->elf = elf_begin(pkg->fd, begin_command(mode), nullptr);
   }
   if (pkg->elf == nullptr) {
     report(pkg->show_errors, "elf_begin failed: %s\n", elf_error_text(errno));
   }
-  pkg->damaged = !pkg->created && claims_too_much(pkg, static_cast<std::uint64_t>(status.st_size));
+  const auto size = static_cast<std::uint64_t>(pkg->status.st_size);
+  pkg->damaged = !pkg->created && claims_too_much(pkg, size);
 }
 
 // Closes a handle that was not handed out, without writing anything.

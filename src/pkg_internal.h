@@ -24,8 +24,9 @@ struct mapped_source {
 };
 
 struct vex_pkg_file {
-  std::string name; // for close-time messages; empty for a package in memory
-  int fd = -1;      // -1 for a package in memory
+  std::string name;        // for close-time messages; empty for a package in memory
+  int fd = -1;             // -1 for a package in memory
+  struct stat status = {}; // of the file when it was opened
   Elf* elf = nullptr;
 
   bool writable : 1 = false;

@@ -190,8 +190,7 @@ using section_operation = unsigned (*)(vex_pkg_file*, const char*, const void*, 
 constexpr std::size_t MAX_MAPPINGS = 60000;
 
 bool is_package_file(const vex_pkg_file* pkg, const struct stat& status) {
-  struct stat own = {};
-  return fstat(pkg->fd, &own) == 0 && own.st_dev == status.st_dev && own.st_ino == status.st_ino;
+  return pkg->status.st_dev == status.st_dev && pkg->status.st_ino == status.st_ino;
 }
 
 // The file's bytes, which the handle keeps; null after a message. The package's own file is copied,
