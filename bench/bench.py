@@ -150,7 +150,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--program", required=True)
     parser.add_argument("--folder", type=Path, required=True)
-    parser.add_argument("--runs", type=int, default=5)
+    parser.add_argument("--runs", type=int, default=9)
     parser.add_argument("--only", default="", help="loads whose name holds this text")
     options = parser.parse_args()
     program = str(Path(options.program).resolve())

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: BSD-3-Clause
 # Builds the release, runs the work loads of bench.py beside the usual tools on the same bytes, and
-# leaves the table, results.csv and the plots in build/bench/. RUNS=N sets the runs of each (5).
+# leaves the table, results.csv and the plots in build/bench/. RUNS=N sets the runs of each (9).
 set -euo pipefail
 # shellcheck source-path=SCRIPTDIR source=../scripts/common.sh
 . "$(dirname "$0")/../scripts/common.sh"
@@ -10,7 +10,7 @@ install_build_packages
 install_packages python3 tar time gnuplot-nox llvm
 build build
 mkdir -p build/bench
-python3 bench/bench.py --program build/bin/bfcl-library --folder build/bench --runs "${RUNS:-5}" |
+python3 bench/bench.py --program build/bin/bfcl-library --folder build/bench --runs "${RUNS:-9}" |
   tee build/bench/table.md
 python3 bench/growth.py --program build/bin/bfcl-library --folder build/bench
 gnuplot -c bench/growth.gnuplot build/bench

@@ -315,6 +315,9 @@ bool write_package(vex_pkg_file* pkg) {
     report(true, " elf_update ()  failed : %s.", elf_error_text(-1));
     return false;
   }
+  // The disk is at work from here on, while the handle's memory is given back; fsync waits for it,
+  // and tells what went wrong.
+  static_cast<void>(sync_file_range(pkg->fd, 0, 0, SYNC_FILE_RANGE_WRITE));
   if (pkg->show_info) {
     std::puts("vex_pkg_close_file: Pkg update is ok");
   }
