@@ -381,7 +381,7 @@ bool claims_too_much(vex_pkg_file* pkg, std::uint64_t file_size) {
   while (claimed / 2 <= limit && (section = elf_nextscn(pkg->elf, section)) != nullptr) {
     const Elf32_Shdr header = read_section_header(section);
     const std::uint64_t end = std::uint64_t{header.sh_offset} + header.sh_size;
-    if (header.sh_type != SHT_NOBITS && end <= file_size) {
+    if (header.sh_type != SHT_NOBITS && header.sh_size > 0 && end <= file_size) {
       claimed += header.sh_size;
       last_end = std::max(last_end, end);
     }
@@ -422,7 +422,7 @@ void begin_package(vex_pkg_file* pkg, const char* name, unsigned mode) {
     report(pkg->show_errors, "elf_begin failed: %s\n", elf_error_text(errno));
   }
   const auto size = static_cast<std::uint64_t>(pkg->status.st_size);
-  pkg->damaged = !pkg->created && claims_too_much(pkg, size);
+  pkg->damaged = !pkg->created && S_ISREG(pkg->status.st_mode) && claims_too_much(pkg, size);
 }
 
 // Closes a handle that was not handed out, without writing anything.

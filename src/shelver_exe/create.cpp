@@ -39,7 +39,7 @@ public:
   void arm() { m_armed = true; }
   void disarm() { m_armed = false; }
 
-  // Of a symbolic link, the file that it leads to, unless its full path is too long to be told.
+  // Of a symbolic link, the file that it leads to, unless its full path can't be told.
   void remove_file() const {
     std::array<char, PATH_MAX> target = {};
     if (m_armed && file_is_a_regular_file(m_path)) {

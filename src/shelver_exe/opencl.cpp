@@ -130,8 +130,8 @@ bool OpenClCode::take_section(vex_pkg_file* package, const char* section, const 
   }
   struct stat status = {};
   const bool existed = lstat(file.c_str(), &status) == 0;
-  // Listed first, as a part of the file must go, too; one that was there and could not be opened
-  // must not.
+  // Listed first, as a part of the file must go, too; one that was there, and may not even have
+  // been opened, must not.
   m_written.push_back(file);
   const bool written = vex_pkg_read_section_into_file(package, section, file.c_str()) != 0;
   if (!written && existed) {

@@ -82,7 +82,8 @@ int add_source_to_container(vex_pkg_file* pkg, const std::string& section, const
   return 1;
 }
 
-// The file is opened once, for looking at it and for reading it.
+// The file is opened once, for looking at it and for reading it. One of another kind is opened too,
+// without waiting, before it is refused.
 bool add_listed_file(vex_pkg_file* pkg, const std::string& name, const std::string& path,
                      const PkgSectionKind& kind) {
   const SourceFile file(path.c_str());
