@@ -344,7 +344,7 @@ TEST_F(Pkg, LargeSectionsAreWrittenWhole) {
 }
 
 // A package with ten sections of whose names each is an end of the longest, "a" the last of them.
-std::string make_nested_names() {
+static std::string make_nested_names() {
   const std::string longest(VEX_PKG_MAX_SECTION_NAME, 'a');
   vex_pkg_ptr pkg = open_package("nested", CREATE);
   for (const std::string& name : {longest, "1"s, "2"s, "3"s, "4"s, "5"s, "6"s, "7"s, "8"s, "9"s}) {
