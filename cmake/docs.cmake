@@ -6,13 +6,13 @@ find_program(SCDOC scdoc)
 if(SCDOC)
   foreach(page bfcl-library.1 bfcl-component-xml.5 bfclib.5 bfco.5)
     string(REGEX MATCH "[0-9]$" section ${page})
-    set(source ${PROJECT_SOURCE_DIR}/man/${page}.scd)
+    set(source ${PROJECT_SOURCE_DIR}/share/man/${page}.scd)
     set(output ${PROJECT_BINARY_DIR}/man/${page})
     add_custom_command(OUTPUT ${output}
       COMMAND ${CMAKE_COMMAND} -E make_directory ${PROJECT_BINARY_DIR}/man
       COMMAND sh -c "exec \"$0\" \"$1\" >\"$2\""
-        ${PROJECT_SOURCE_DIR}/man/render.sh ${source} ${output}
-      DEPENDS ${source} ${PROJECT_SOURCE_DIR}/man/render.sh VERBATIM)
+        ${PROJECT_SOURCE_DIR}/share/man/render.sh ${source} ${output}
+      DEPENDS ${source} ${PROJECT_SOURCE_DIR}/share/man/render.sh VERBATIM)
     list(APPEND man_pages ${output})
     install(FILES ${output} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section} COMPONENT program)
   endforeach()
@@ -28,12 +28,12 @@ foreach(command bfcl bfcl-library)
   else()
     set(component program)
   endif()
-  install(FILES completions/bfcl.bash RENAME ${command} COMPONENT ${component}
+  install(FILES share/completions/bfcl.bash RENAME ${command} COMPONENT ${component}
     DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
-  install(FILES completions/bfcl.fish RENAME ${command}.fish COMPONENT ${component}
+  install(FILES share/completions/bfcl.fish RENAME ${command}.fish COMPONENT ${component}
     DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
 endforeach()
-install(FILES completions/_bfcl DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions
+install(FILES share/completions/_bfcl DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions
   COMPONENT program)
 
 install(FILES share/hdl-component.xsd share/bfcl.magic

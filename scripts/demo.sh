@@ -14,7 +14,7 @@ build build
 
 rm -rf build/demo
 mkdir -p build/demo
-PATH=$PWD/build/bin:$PWD/build/tools:$PWD/tools/llvm:$PATH
+PATH=$PWD/build/bin:$PWD/build/tools:$PWD/examples/opencl/llvm:$PATH
 
 # Shows a command and runs it.
 run() {
@@ -49,4 +49,4 @@ bfcl-llvm llvm-dis -o - everything.bfclib.x86_64-unknown-linux-ostrahw.bc | grep
 mkdir models
 run bfcl library extract_c_models everything.bfclib models
 say "A host program linked with that image and those C models"
-BFCL_BUILD=$OLDPWD/build ../../examples/opencl/check.sh
+BFCL_BUILD=$OLDPWD/build ../../tests/examples_opencl_test.sh

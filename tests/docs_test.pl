@@ -8,7 +8,7 @@ use Cwd qw(abs_path);
 use File::Temp qw(tempdir);
 my $root = abs_path(__FILE__ =~ s{[^/]*$}{..}r);
 my $bin = abs_path($ENV{BFCL_BIN} // "$root/build/bin");
-$ENV{PATH} = "$bin:$bin/../tools:$root/tools/llvm:$ENV{PATH}";
+$ENV{PATH} = "$bin:$bin/../tools:$root/examples/opencl/llvm:$ENV{PATH}";
 @ENV{qw(LC_ALL TZ)} = qw(C.UTF-8 UTC);
 my ($runs, $faults) = (0, 0);
 for my $page (map { abs_path($_) } @ARGV) {

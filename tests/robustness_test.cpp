@@ -3,7 +3,7 @@
 #include "pkg.h"
 #include "shelver_exe/commands.h"
 
-#include "../fuzz/damage.h"
+#include "damage.h"
 #include "support.h"
 
 #include <map>

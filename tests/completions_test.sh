@@ -3,7 +3,7 @@
 # Completes each line in bash, zsh and fish. A row is the line and what becomes of its last word,
 # the same word when nothing fits. 77: one of the shells is not installed.
 set -uo pipefail
-files=$(cd "$(dirname "$0")" && pwd)
+files=$(cd "$(dirname "$0")/../share/completions" && pwd)
 command -v zsh >/dev/null && command -v fish >/dev/null || exit 77
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT

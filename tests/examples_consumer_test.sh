@@ -6,7 +6,7 @@
 # folder BFCL_BUILD. Exit status: 0 all well, 1 a fault, 77 a build system was missing.
 set -euo pipefail
 
-examples=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+examples=$(cd "$(dirname "${BASH_SOURCE[0]}")/../examples" && pwd)
 bfcl="bfcl-library"
 options=()
 if [[ -n ${BFCL_BUILD:-} ]]; then

@@ -6,10 +6,10 @@
 # nothing could be checked.
 set -euo pipefail
 
-opencl=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
-examples=${opencl%/*}
+examples=$(cd "$(dirname "${BASH_SOURCE[0]}")/../examples" && pwd)
+opencl=$examples/opencl
 build=$(cd "${BFCL_BUILD:-$examples/../build}" && pwd)
-PATH=$build/bin:$build/tools:$examples/../tools/llvm:$PATH
+PATH=$build/bin:$build/tools:$opencl/llvm:$PATH
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT

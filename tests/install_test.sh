@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: BSD-3-Clause
 #
-# install_check.sh BUILD: installs that build into an empty folder, moves the folder, and builds a C
+# install_test.sh BUILD: installs that build into an empty folder, moves the folder, and builds a C
 # program through pkg-config and a C++ program through find_package against it.
 set -euo pipefail
 

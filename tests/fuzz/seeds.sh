@@ -5,7 +5,7 @@ set -euo pipefail
 program=$(readlink -f -- "$1")
 mkdir -p "$2"/{package_image,package_file,component_spec,ir_text,create_arguments}
 folder=$(readlink -f -- "$2")
-cd "$(dirname "${BASH_SOURCE[0]}")/.."
+cd "$(dirname "${BASH_SOURCE[0]}")/../.."
 
 for spec in examples/*/*.xml; do
   name=$(basename "$spec" .xml)

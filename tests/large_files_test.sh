@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: BSD-3-Clause
-# check_large_files.sh PROGRAM: a C model of more than 2 GiB goes through a package and a library and comes back whole.
+# large_files_test.sh PROGRAM: a C model of more than 2 GiB goes through a package and a library and comes back whole.
 # Takes 7 GiB in the temporary folder while it runs.
 set -euo pipefail
 program=$(readlink -f -- "$1")
