@@ -29,7 +29,8 @@ install_packages() {
 }
 
 install_build_packages() {
-  install_packages g++ make cmake pkg-config binutils libelf-dev libtinyxml2-dev libgtest-dev
+  install_packages g++ make cmake pkg-config binutils libelf-dev libtinyxml2-dev libgtest-dev \
+    libcli11-dev nlohmann-json3-dev
 }
 
 # What the examples are simulated and compiled with, and what the schema, the completions, the

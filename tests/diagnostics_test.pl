@@ -25,7 +25,8 @@ my ($texts, $missing) = (0, 0);
 
 sub check {
   # The usage texts stand in the man page; the model is printed for debugging only.
-  return if !/\.cpp$/ || m{/usage\.cpp$};
+  # The companions' findings carry their rule, and it is the rule that the page explains.
+  return if !/\.cpp$/ || m{/(?:usage|(?:component|package)_exe/.*)\.cpp$};
   my $file = $_;
   my $code = slurp($file) =~ s{//.*}{}gr =~ s/^#.*//gmr;
   while ($code =~ /((?:"(?:[^"\\]|\\.)*"\s*)+)/g) {
@@ -43,6 +44,10 @@ sub check {
   }
 }
 
+for my $rule (slurp("$root/src/component_exe/finding.cpp") =~ /^    \{"([a-z-]+)",\s+"/gm) {
+  ++$texts;
+  print "rule $rule\n" and ++$missing if $page !~ /\| `$rule` \|/;
+}
 find({ wanted => \&check, no_chdir => 1 }, "$root/src");
 print "$texts texts, $missing missing\n";
 exit($missing > 0 || $texts < 50);
