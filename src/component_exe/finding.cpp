@@ -36,6 +36,12 @@ const std::vector<Rule> RULES = {
     {"model-include", "The C model includes a file, which extraction does not follow"},
     {"module-conflict", "Two components define one module differently"},
     {"hdl", "Another error of the tool that elaborates the RTL"},
+    {"reset", "The module gives results or asks memory before it takes a word after reset"},
+    {"latency", "A result comes after another time than EXPECTED_LATENCY"},
+    {"capacity", "The module holds more or fewer words than CAPACITY"},
+    {"handshake", "A word is lost, invented or changes while it has to wait"},
+    {"memory", "The module breaks the protocol of a memory port"},
+    {"result", "A result differs from what the component gives for these inputs"},
 };
 
 namespace {
