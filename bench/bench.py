@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: BSD-3-Clause
-"""The work loads, ours beside the alternatives on the same bytes. Prints a table of medians and
+"""Measures our programs and the alternatives on the same bytes. Prints a table of medians and
 ratios (to copying, or to the first tool where nothing is copied) and writes results.csv."""
 
 import argparse
@@ -19,7 +19,7 @@ def copying(list_file, output):
 
 
 def archivers(folder, files, output):
-    """What others make of a list of files; those that are not installed are left out."""
+    """The commands of other archivers for a list of files, of those that are installed."""
     (folder / "list").write_text("\n".join(files) + "\n")
     (folder / "empty.o").write_bytes(b"")
     sections = " ".join(f"--add-section .s.{name}={name}" for name in files)
@@ -65,7 +65,7 @@ def extracting(program, root, count):
 
 
 def extracting_shared(program, root):
-    """One component of 2,000 functions, all of which lead to it."""
+    """One component with 2,000 functions."""
     folder = root / "validate-2000"  # made before
     write_verilog(folder / "top.v", 32 * MIB, 1)
     run([program, "-c", "spec.xml", "-o", "p"], folder)
@@ -101,7 +101,7 @@ def validating(program, root, count):
 
 
 def searching(program, root):
-    """49 of 50 names stand at the end of the source, the last one nowhere."""
+    """The end of the source contains 49 of 50 names; the last one is missing."""
     folder = root / "search"
     folder.mkdir()
     names = [f"signal_{i:02}_port" for i in range(50)]
@@ -151,7 +151,7 @@ def main():
     parser.add_argument("--program", required=True)
     parser.add_argument("--folder", type=Path, required=True)
     parser.add_argument("--runs", type=int, default=9)
-    parser.add_argument("--only", default="", help="loads whose name holds this text")
+    parser.add_argument("--only", default="", help="only loads whose name contains this text")
     options = parser.parse_args()
     program = str(Path(options.program).resolve())
     root = options.folder / "inputs"

@@ -37,8 +37,8 @@ def run(command, folder):
 
 
 def peak_memory(command, folder):
-    """Runs a command and returns its peak, in KiB. By way of a small program: what this process has in
-    memory when it starts another counts as the other's."""
+    """Runs a command and returns its peak, in KiB. A small program starts it, because the memory of this
+    process at the start of another one is counted for the other."""
     words = ["sh", "-c", command] if isinstance(command, str) else command
     run(["timeout", str(TIME_LIMIT), "time", "-q", "-f", "%M", "-o", ".memory"] + words, folder)
     report = folder / ".memory"
@@ -58,8 +58,8 @@ def median(samples):
 
 
 def alternate(commands, folder, output, runs):
-    """Runs the commands in turn, several times, in an order of chance, as what ran before leaves its
-    traces in the system; each writes the output anew. {name: (medians, bytes written)}."""
+    """Runs the commands in turn, several times, in random order, because each run influences the next;
+    each writes the output anew. {name: (medians, bytes written)}."""
     samples = {name: [] for name in commands}
     memory = {}
     sizes = {}
@@ -69,7 +69,7 @@ def alternate(commands, folder, output, runs):
                 continue
             remove(folder / output)
             os.sync()
-            if turn == 0:  # which warms the caches, too
+            if turn == 0:  # it warms the caches, too
                 memory[name] = peak_memory(command, folder)
                 sizes[name] = written(folder / output)
                 continue
@@ -116,8 +116,8 @@ def write_spec(path, functions):
 
 
 def write_verilog(path, size, seed, ending=""):
-    """A text of that many bytes which looks like a module, written piece by piece: what this process
-    holds in memory would count as the measured programs' peak."""
+    """A text of that many bytes which looks like a module, written piece by piece: the memory of this
+    process would be counted as the peak of the measured programs."""
     random.seed(seed)
     words = ["assign", "wire [31:0]", "reg", "always @(posedge clock)", "begin", "end", "data_in", "if (resetn)"]
     lines = "".join(f"  {random.choice(words)} r{random.randrange(9999)};\n" for _ in range(2000))

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: BSD-3-Clause
-# Builds the release, runs the work loads of bench.py beside the usual tools on the same bytes, and
-# leaves the table, results.csv and the plots in build/bench/. RUNS=N sets the runs of each (9).
+# Builds the release, measures it and the usual tools on the same bytes, and writes the table,
+# results.csv and the plots to build/bench/. RUNS=N sets the runs of each command (9).
 set -euo pipefail
 # shellcheck source-path=SCRIPTDIR source=../scripts/common.sh
 . "$(dirname "$0")/../scripts/common.sh"

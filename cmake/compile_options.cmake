@@ -1,16 +1,16 @@
 # What every target of the project is compiled and linked with.
 add_library(bfcl_options INTERFACE)
 
-# Assertion messages and debug information name sources by their place in the tree, wherever it is.
+# Assertion messages and debug information name sources relative to the tree.
 target_compile_options(bfcl_options INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wformat=2
   -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=
   -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
 target_compile_definitions(bfcl_options INTERFACE _GNU_SOURCE)
-# gcc 12 sees overlaps in std::string's own code that are not there (its bug 105651).
+# gcc 12 reports false overlaps in the code of std::string (its bug 105651).
 target_compile_options(bfcl_options INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>)
 
-# Assertions are part of the behaviour: no build type leaves any out.
+# Assertions are part of the behaviour: every build type contains them.
 foreach(flags CMAKE_CXX_FLAGS_RELEASE CMAKE_CXX_FLAGS_RELWITHDEBINFO CMAKE_CXX_FLAGS_MINSIZEREL)
   string(REPLACE "-DNDEBUG" "" ${flags} "${${flags}}")
 endforeach()

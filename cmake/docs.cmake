@@ -1,5 +1,4 @@
-# The manual, completions, the schema and the magic of the files. The man pages are made where
-# scdoc is installed; without it they are left out.
+# The man pages, completions, the schema and the file types. Without scdoc there are no man pages.
 include(GNUInstallDirs)
 
 find_program(SCDOC scdoc)

@@ -1,11 +1,11 @@
-# What other projects get: the program and its launcher, the libraries of the container, of the
-# readers and of the specification's handle interface, their headers, the CMake package with the
-# functions for users' builds, and pkg-config files. Components: program, launcher, development,
+# What is installed: the programs and their launcher, the libraries of the container, of the readers
+# and of the specification's handle interface, their headers, the CMake package with the functions
+# for users' builds, and pkg-config files. Components: program, launcher, development,
 # and with BUILD_SHARED_LIBS libraries.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
-# Not below the folder of an architecture, which projects without languages do not search.
+# Not below the folder of an architecture, where projects without languages do not search.
 set(BFCL_CMAKE_DIR lib/cmake/bfcl-library)
 set(package_dir ${PROJECT_BINARY_DIR}/cmake)        # the same package for users of the build folder
 set(header_dir ${PROJECT_BINARY_DIR}/include/bfcl)
@@ -14,7 +14,7 @@ option(BUILD_SHARED_LIBS "Build the published libraries shared" OFF)
 # bfcl_publish(NAME HEADER DESCRIPTION MODULES module... [USES published...] [NEEDS package...])
 #
 # A published library: the code of modules that the program itself is linked with, static or
-# shared. A shared one shows what cmake/NAME.map lists; the modules know nothing of it. USES names
+# shared. A shared one exports what cmake/NAME.map lists. USES names
 # other published libraries, NEEDS pkg-config packages in the form target=package.
 function(bfcl_publish name header pc_description)
   cmake_parse_arguments(PARSE_ARGV 2 arg "" "" "MODULES;USES;NEEDS")
@@ -41,7 +41,7 @@ function(bfcl_publish name header pc_description)
   foreach(needed IN LISTS arg_NEEDS)
     string(REGEX MATCH "(.+)=(.+)" needed ${needed})
     if(BUILD_SHARED_LIBS)
-      # A user of the library need not have what it is built with.
+      # A user of the library does not need its build dependencies.
       target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:${CMAKE_MATCH_1}>)
     else()
       target_link_libraries(${target} PRIVATE ${CMAKE_MATCH_1})
@@ -54,7 +54,7 @@ function(bfcl_publish name header pc_description)
     target_link_options(${target} PRIVATE LINKER:--version-script=${map} LINKER:--no-undefined)
     set_target_properties(${target} PROPERTIES LINK_DEPENDS ${map})
   else()
-    # A C program is not linked with the C++ library by itself.
+    # A C program is not linked with the C++ library by default.
     set(libraries ${CMAKE_CXX_IMPLICIT_LINK_LIBRARIES})
     list(REMOVE_ITEM libraries ${CMAKE_C_IMPLICIT_LINK_LIBRARIES})
     target_link_libraries(${target} PRIVATE ${libraries})
@@ -88,7 +88,7 @@ install(TARGETS shelver_exe EXPORT bfcl-library-program RUNTIME COMPONENT progra
 install(PROGRAMS ${PROJECT_BINARY_DIR}/bin/bfcl
   DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT launcher)
 
-# The CMake package. The program's part stands alone, for those who build libraries of components.
+# The CMake package. The part of the program can be installed alone, to build component libraries.
 configure_package_config_file(cmake/bfcl-library-config.cmake.in
   ${package_dir}/bfcl-library-config.cmake INSTALL_DESTINATION ${BFCL_CMAKE_DIR}
   NO_SET_AND_CHECK_MACRO)

@@ -21,7 +21,7 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 
-# Debian wants a licence and a changelog with each package; a plain install does without.
+# Debian requires a licence and a changelog in each package; a plain install has none.
 set(notes_dir ${PROJECT_BINARY_DIR}/packaging)
 string(TIMESTAMP now "%a, %d %b %Y %H:%M:%S +0000" UTC)
 file(CONFIGURE OUTPUT ${notes_dir}/changelog.Debian CONTENT

@@ -33,8 +33,7 @@ install_build_packages() {
     libcli11-dev nlohmann-json3-dev
 }
 
-# What the examples are simulated and compiled with, and what the schema, the completions, the
-# manual and the users' builds are tried with. Without them the tests that need them are skipped.
+# The tools that only some tests need. Without them these tests are skipped.
 install_optional_packages() {
   install_packages iverilog verilator clang llvm libxml2-utils zsh fish file scdoc mandoc \
     ninja-build scons ||

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: BSD-3-Clause
-# Builds into build-coverage/, runs the tests, and prints what they cover of src/. Left out are tests whose faults hit
-# the profile itself (a size limit, ended children) or whose programs are built elsewhere.
+# Builds into build-coverage/, runs the tests, and prints which lines of src/ they cover. Tests whose
+# faults damage the profile itself (a size limit, killed children) or that build programs are left out.
 set -euo pipefail
 # shellcheck source-path=SCRIPTDIR source=common.sh
 . "$(dirname "$0")/common.sh"

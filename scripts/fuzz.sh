@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: BSD-3-Clause
-# fuzz.sh [SECONDS]: builds the fuzz targets into build-fuzz/, replays their corpora and fuzzes each target so long (30
-# seconds). The corpora begin with those of tests/fuzz/corpus.tar.xz and grow in build-fuzz/corpus/; what a target fell over is
-# in build-fuzz/crashes/. To keep what was found: fuzz_TARGET -merge=1 NEW/TARGET build-fuzz/corpus/TARGET for each, and
-# tar -cJf tests/fuzz/corpus.tar.xz of the new folders.
+# fuzz.sh [SECONDS]: builds the fuzz targets into build-fuzz/, replays their corpora and fuzzes each
+# target for SECONDS (30). The corpora of tests/fuzz/corpus.tar.xz grow in build-fuzz/corpus/; inputs
+# that crash a target are in build-fuzz/crashes/. To keep new inputs: fuzz_TARGET -merge=1 NEW/TARGET
+# build-fuzz/corpus/TARGET for each, and tar -cJf tests/fuzz/corpus.tar.xz of the new folders.
 set -euo pipefail
 # shellcheck source-path=SCRIPTDIR source=common.sh
 . "$(dirname "$0")/common.sh"

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: BSD-3-Clause
-# Completes each line in bash, zsh and fish. A row is the line and what becomes of its last word,
+# Completes each line in bash, zsh and fish. A row is the line and its last word after completion,
 # the same word when nothing fits. 77: one of the shells is not installed.
 set -uo pipefail
 files=$(cd "$(dirname "$0")/../share/completions" && pwd)

@@ -1,7 +1,7 @@
 #!/usr/bin/perl
 # SPDX-License-Identifier: BSD-3-Clause
-# Prints each message text of src/ that diagnostics.md does not hold. A text is a run of string
-# literals with two words in it; what a format or a name fills in is a gap between its parts.
+# Prints each message text of src/ that diagnostics.md lacks. A text is a run of string literals with
+# two words in it; anything may be where a format or a name is filled in.
 use strict;
 use warnings;
 use File::Find;
@@ -15,8 +15,8 @@ sub slurp {
 
 sub squeeze { return $_[0] =~ s/\s+/ /gr }
 
-# What is no error or warning: results, progress that only other programs ask for, words of a format,
-# assertions.
+# Texts that are neither errors nor warnings: results, progress that only other programs request, words
+# of a format, assertions.
 my $other = qr/^[ ]*(?:Library[ ](?:version|name|vendor):|Sections[ ]in|%s,[ ]%zu[ ]bytes|EFI[ ]spec
   |no[ ]error$|vex_pkg_\w+:[ ](?:Pkg|elf_end|Added|Updating)|Read[ ]%zu[ ]bytes|Wrote[ ]%zu[ ]bytes
   |LLVM_IR|define[ ]|\w+[ ]!=[ ])/x;
@@ -24,8 +24,8 @@ my $page = squeeze(slurp("$root/docs/diagnostics.md") =~ s/^> ?//gmr);
 my ($texts, $missing) = (0, 0);
 
 sub check {
-  # The usage texts stand in the man page; the model is printed for debugging only.
-  # The companions' findings carry their rule, and it is the rule that the page explains.
+  # The usage texts are in the man page; the model is printed for debugging only.
+  # The page explains the companions' findings by their rule.
   return if !/\.cpp$/ || m{/(?:usage|(?:component|package)_exe/.*)\.cpp$};
   my $file = $_;
   my $code = slurp($file) =~ s{//.*}{}gr =~ s/^#.*//gmr;

@@ -1,7 +1,7 @@
 #!/usr/bin/perl
 # SPDX-License-Identifier: BSD-3-Clause
-# Does what the pages given say: writes the files they show ("```c FILE", in a man page "; file FILE"
-# before the block) and compares sessions, blocks that begin with "$ ", with what comes.
+# Runs the pages given: writes the files that they show ("```c FILE", in a man page "; file FILE" before
+# the block), runs the commands of blocks that begin with "$ ", and compares their output.
 use strict;
 use warnings;
 use Cwd qw(abs_path);

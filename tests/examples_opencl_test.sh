@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: BSD-3-Clause
 #
-# Takes the OpenCL functions here and the HDL components beside them into one library and out again,
-# and runs what came out. BFCL_BUILD names the build folder. Exit status: 0 all well, 1 a fault, 77
+# Creates one library of the OpenCL functions and the HDL components of the examples, extracts all of
+# it, and runs the result. BFCL_BUILD names the build folder. Exit status: 0 all well, 1 a fault, 77
 # nothing could be checked.
 set -euo pipefail
 
@@ -25,7 +25,7 @@ fail() { # WHAT
   exit 1
 }
 
-# Runs a command that has to succeed; what it prints otherwise is the diagnosis.
+# Runs a command that must succeed, or prints its output.
 run() { # WHAT COMMAND...
   local what=$1
   shift
@@ -52,7 +52,7 @@ package_opencl() { # SOURCE PACKAGE
   run "$1 cannot be packaged" bfcl-shared "$opencl/$1" "$2" -Wextra -Werror
 }
 
-# The names are some that a tool could take for an option, or for a file of arguments.
+# A tool could mistake these names for an option, or for a file of arguments.
 package() {
   local specification
   package_opencl q16.cl q16.bfco
@@ -84,7 +84,7 @@ extract() {
   done < <(bfcl-opencl-package --targets)
 }
 
-# The functions that an image defines, as another reader sees them.
+# The functions that an image defines, read by another tool.
 defined_functions() { # IMAGE
   bfcl-llvm llvm-nm --defined-only --format=just-symbols "$1" 2>"$log" | sort
 }
@@ -102,8 +102,8 @@ check_images() {
   printf 'ok   llvm-dis and llvm-nm read all images\n'
 }
 
-# All are listed as what they are because the OpenCL names sort behind those of the components: the
-# LLVM_IR lines of a mixed library are the last of all its names.
+# The kinds are right because the OpenCL names sort after those of the components: the LLVM_IR lines of
+# a mixed library are the last of all its names.
 check_listing() {
   local components functions listed
   components=$(sed -n 's/.*<FUNCTION name="\([^"]*\)".*/\1, HDL/p' "$examples"/*/*.xml | sort)

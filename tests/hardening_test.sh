@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: BSD-3-Clause
-# hardening_test.sh PROGRAM: reads a built program and fails unless it is hardened as a release is: position-independent,
+# hardening_test.sh PROGRAM: fails unless a built program is hardened as a release: position-independent,
 # full RELRO, a stack that cannot be executed, stack protector, fortified calls.
 set -euo pipefail
 program=$1

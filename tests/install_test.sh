@@ -22,7 +22,7 @@ export PKG_CONFIG_PATH=$libraries/pkgconfig LD_LIBRARY_PATH=$libraries
 expect "$(prefix/bin/bfcl library list none 2>log)" "Error: Cannot open library file none"
 ! grep -rl "$build\|$work/first" prefix || expect "a file with the build's paths" none
 
-# Shared libraries show their interface alone.
+# Shared libraries export their interface only.
 for library in "$libraries"/*.so; do
   [[ -e $library ]] || continue
   expect "$(nm -D --defined-only "$library" | grep -v '@@BFCL_\| A BFCL_' || :)" ""
@@ -47,7 +47,7 @@ cmake -S consumer -B out -DCMAKE_PREFIX_PATH="$work/prefix" >log || { cat log; e
 cmake --build out >log || { cat log; exit 1; }
 expect "$(out/list_functions out/bits.bfclib)" "popcount64 in .vex.comp.popcount64"
 
-# The program alone brings the functions for builds, and says that the libraries are missing.
+# The program alone provides the functions for builds; the package reports that the libraries are missing.
 cmake --install "$build" --prefix "$work/program" --component program >log
 expect "$(find program -name '*.h' -o -name 'libbfcl*' -o -name bfcl)" ""
 ! cmake -S consumer -B without -DCMAKE_PREFIX_PATH="$work/program" >log 2>&1 ||
@@ -58,7 +58,7 @@ cmake -S consumer -B without -DCMAKE_PREFIX_PATH="$work/program" >log
 cmake --build without >log
 cmp out/bits.bfclib without/bits.bfclib
 
-# Which files a specification names: not those in comments; names as XML writes them.
+# The files that a specification names: none in comments, XML entities resolved.
 cat >names.xml <<'END'
 <!-- <FILE name="no.v"/> --><A><FILE name="a[1].v"/><FILE
  name = '../b&amp;&quot;.v'/><FILE name="sub/../c.v"/><!-- --><FILE name="/d.v"/></A>

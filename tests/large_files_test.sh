@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: BSD-3-Clause
-# large_files_test.sh PROGRAM: a C model of more than 2 GiB goes through a package and a library and comes back whole.
-# Takes 7 GiB in the temporary folder while it runs.
+# large_files_test.sh PROGRAM: packages a C model of more than 2 GiB, adds it to a library, extracts it
+# and compares it. Needs 7 GiB in the temporary folder.
 set -euo pipefail
 program=$(readlink -f -- "$1")
 folder=$(mktemp -d)

@@ -1,7 +1,7 @@
 #!/usr/bin/perl
 # SPDX-License-Identifier: BSD-3-Clause
-# Prints each link in the pages given whose file does not exist, or whose heading the page that it
-# leads to lacks. Links out of the project are not followed.
+# Prints each link in the pages given whose file or heading does not exist. Links out of the project are
+# not followed.
 use strict;
 use warnings;
 

@@ -1,7 +1,7 @@
 #!/usr/bin/perl
 # SPDX-License-Identifier: BSD-3-Clause
-# Holds the XML schema against the program: it must accept every example, and refuse the edited
-# specifications that the program refuses, but for those marked in the table. 77: no xmllint.
+# Compares the XML schema with the program: it must accept every example, and refuse the edited
+# specifications that the program refuses, except those marked in the table. 77: no xmllint.
 use strict;
 use warnings;
 use File::Basename qw(dirname);

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 
 // A register for a ready/valid stream that also registers the ready path. One spare register
-// catches the word that arrives in the very clock in which the output stalls, so a chain of
-// these never forms a long combinational path backwards, and still moves a word every clock.
+// takes the word that arrives in the clock in which the output stalls. A chain of these has no long
+// combinational path backwards and still moves a word every clock.
 module skid_buffer #(
   parameter WIDTH = 8
 ) (

@@ -3,8 +3,8 @@
 // Reads a word at source, adds addend, writes the sum to target and returns it.
 //
 // Up to SLOTS items are in flight. Each owns one slot of a ring from the moment it is taken until
-// its sum is given, and passes the six steps below in order. One counter per step says how many
-// items have passed it, so all the control is that no counter may overtake the one before it:
+// its sum is returned, and passes the six steps below in order. One counter per step says how many
+// items have passed it; no counter may overtake the one before it:
 //
 //     taken -> asked -> fetched -> written -> acked -> given -> (slot free again)
 //
@@ -39,7 +39,7 @@ module copy_add (
   localparam SLOTS = 8;
   localparam SLOT_BITS = $clog2(SLOTS);
 
-  // One bit more than a slot number tells a full ring from an empty one.
+  // One bit more than a slot number, to distinguish a full ring from an empty one.
   logic [SLOT_BITS:0] taken, asked, fetched, written, acked, given;
 
   logic [63:0] sources [0:SLOTS-1];
@@ -47,7 +47,7 @@ module copy_add (
   logic [31:0] addends [0:SLOTS-1];
   logic [31:0] sums    [0:SLOTS-1];
 
-  // Data from memory cannot be refused, but it never has to be: its slot is waiting for it.
+  // Data from memory cannot be refused; each word has a slot that waits for it.
   assign iready           = (taken ^ given) != {1'b1, {SLOT_BITS{1'b0}}};
   assign source_mem_read  = asked != taken;
   assign target_mem_write = written != fetched;

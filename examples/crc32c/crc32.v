@@ -2,10 +2,10 @@
 
 // Folds a 32-bit word, lowest byte first, into a running 32-bit CRC.
 //
-// Stallable with a fixed latency of STAGES clocks: one enable moves the whole pipeline, so while
-// the last stage holds a result that nobody takes, every stage holds still.
+// Stallable, with a fixed latency of STAGES clocks: one enable moves the whole pipeline. While the
+// last stage contains a result that is not taken, no stage moves.
 module crc32 #(
-  parameter [31:0] POLYNOMIAL = 32'hEDB88320, // bit-reversed: bit 31 stands for x^0
+  parameter [31:0] POLYNOMIAL = 32'hEDB88320, // bit-reversed: bit 31 is x^0
   parameter        STAGES     = 2             // must divide 32
 ) (
   input  wire        clock,
@@ -32,8 +32,8 @@ module crc32 #(
   reg [STAGES-1:0]    valid;
   reg [32*STAGES-1:0] remainder;
 
-  // Every stage with the one before it in front. The division is linear, so the whole word goes
-  // in at the start and the stages carry nothing but the remainder.
+  // Every stage and the one before it. The division is linear: the first stage takes the whole word,
+  // and the stages contain only the remainder.
   wire [STAGES:0]          valid_chain     = {valid, ivalid};
   wire [32*(STAGES+1)-1:0] remainder_chain = {remainder, crc ^ word};
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 
-// Runs what came out of a library, the OpenCL functions and the components' C models, and holds the
-// results against others that were found in another way. Exit status: 0 when all agree.
+// Runs the functions that were extracted from a library, OpenCL functions and C models of components,
+// and compares the results with independent ones. Exit status: 0 when all agree.
 
 #include <math.h>
 #include <stdbool.h>
@@ -29,7 +29,7 @@ static uint64_t random_bits(void) {
   return state * 0x2545F4914F6CDD1D;
 }
 
-// Numbers of all magnitudes, and now and then one of those where things go wrong.
+// Numbers of all magnitudes, and sometimes a corner value.
 static int random_q16(void) {
   const int corners[] = {0, 1, -1, Q16_ONE, -Q16_ONE, Q16_MAX, Q16_MIN, Q16_MIN + 1};
   const uint64_t choice = random_bits() >> 32;
@@ -49,7 +49,7 @@ static long double clamp(long double value) {
   return fminl(fmaxl(value, Q16_MIN), Q16_MAX);
 }
 
-// The mantissa of a long double holds every intermediate result of these.
+// A long double represents every intermediate result of these exactly.
 static void check_arithmetic(int a, int b) {
   const long double one = Q16_ONE;
   const int root = q16_sqrt(a);
@@ -121,7 +121,7 @@ static uint reverse_bits(uint word) {
   return reversed;
 }
 
-// By long division, with the generator the way round in which it is published.
+// By long division, with the generator as it is published.
 static void check_crc_step(uint crc, uint word) {
   const ulong generator = 0x11EDC6F41;
   ulong rest = (ulong)reverse_bits(crc ^ word) << 32;

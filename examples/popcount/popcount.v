@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: BSD-3-Clause
 
-// Counts the ones of a 64-bit word: a word in every clock, its count out three clocks later.
+// Counts the ones of a 64-bit word: takes a word every clock, returns its count three clocks later.
 //
-// Stall-free: whoever surrounds the pipeline keeps room for the words in flight, so iready is
-// always high and oready is not looked at.
+// Stall-free: the surrounding pipeline keeps room for the words in flight, so iready is always high
+// and oready is ignored.
 module popcount (
   input  wire        clock,
   input  wire        resetn,

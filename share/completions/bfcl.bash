@@ -17,8 +17,8 @@ _bfcl_words() {
   mapfile -t COMPREPLY < <(compgen -W "$*" -- "$cur")
 }
 
-# _bfcl_create OPERAND...: those that stand before the word to complete. As the program does, it
-# takes four options and their values; what follows them are packages.
+# _bfcl_create OPERAND...: the operands before the word to complete. As in the program, at most four
+# options with their values precede the packages.
 _bfcl_create() {
   local option='' free=' -name -vendor -version -o ' taken=0
   while [[ $# -gt 0 ]]; do

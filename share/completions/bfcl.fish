@@ -14,7 +14,7 @@ function __bfcl_words
     return 0
 end
 
-# __bfcl_at COUNT COMMAND...: whether COUNT operands stand after one of the commands.
+# __bfcl_at COUNT COMMAND...: whether COUNT operands follow one of the commands.
 function __bfcl_at
     set -l words (__bfcl_words); or return
     test (count $words) -eq (math $argv[1] + 1); and contains -- $words[1] $argv[2..]

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: BSD-3-Clause
-# seeds.sh PROGRAM FOLDER: makes the first inputs of each fuzz target from the examples, in FOLDER/TARGET.
+# seeds.sh PROGRAM FOLDER: writes first inputs of each fuzz target, made from the examples, to FOLDER/TARGET.
 set -euo pipefail
 program=$(readlink -f -- "$1")
 mkdir -p "$2"/{package_image,package_file,component_spec,ir_text,create_arguments}
