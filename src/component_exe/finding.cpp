@@ -29,6 +29,7 @@ const std::vector<Rule> RULES = {
     {"mem-missing", "The module lacks all signals of a memory port"},
     {"mem-signal", "The module lacks a signal of a memory port"},
     {"parameter", "A parameter of the description does not fit the module"},
+    {"model", "The C model is no valid OpenCL C, or models contradict each other"},
     {"model-missing", "No C model defines the function"},
     {"model-arguments", "The C model has another number of arguments"},
     {"model-type", "An argument of the C model has another type than the description says"},
