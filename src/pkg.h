@@ -19,15 +19,18 @@
 //
 // Offsets and sizes are 32 bits wide in such a file, so a package holds less than 4 GiB.
 //
-// The functions. None throws anything but std::bad_alloc, none aborts. Unless said otherwise they
-// return 1 for success and 0 for failure; a null handle fails. A handle's show bits decide about
-// its messages: failures go to standard error, progress to standard output. A handle on something
-// that is no package (another kind of file, 64-bit or big-endian ELF, damaged tables, sections or
-// names that lie over each other many times) behaves as a package without sections.
+// The functions. None throws, none aborts; when memory runs out, the operation fails. Unless said
+// otherwise they return 1 for success and 0 for failure; a null handle fails. A handle's show bits
+// say which messages it prints: failures on standard error, progress on standard output. A handle
+// on something that is no package (another kind of file, 64-bit or big-endian ELF, damaged tables,
+// sections or names that overlap many times) behaves as a package without sections.
 //
 // Ownership. The container never copies section contents. A buffer handed to add or update stays
 // its caller's and must live, unchanged, until the package is closed. Contents that the container
-// itself reads from files belong to the handle, which frees them at close.
+// itself reads from files belong to the handle, which frees them at close. In a package that was
+// created, a file of 16 KiB or more is mapped instead of read: it may be removed or replaced by
+// another one, but must not be changed until close, which fails when it was. Until then a section
+// whose file was changed has no data for the read operations.
 
 struct vex_pkg_file;
 
@@ -55,11 +58,6 @@ inline constexpr std::size_t VEX_PKG_MAX_SECTION_NAME = 4096;
 // the same, on which every operation fails.
 [[nodiscard]] vex_pkg_file* vex_pkg_open_file(const char* name, unsigned mode);
 
-// Opens a package for reading that is to be added to `whole`, with vex_pkg_add_package_section: a
-// small one is read into that one's memory. It must be closed before `whole`. The mode may hold
-// show bits only.
-[[nodiscard]] vex_pkg_file* vex_pkg_open_part(vex_pkg_file* whole, const char* name, unsigned mode);
-
 // Opens the package that lies in `image`, `size` bytes that must outlive the handle and are never
 // written. The mode may hold show bits only. Null for a null image or a size of 0, silently, or
 // after a message.
@@ -70,8 +68,8 @@ inline constexpr std::size_t VEX_PKG_MAX_SECTION_NAME = 4096;
 // (that of the write whatever the show bits say).
 void vex_pkg_close_file(vex_pkg_file* pkg);
 
-// The same, telling whether all went well: 0 when writing, flushing or closing the file failed, so
-// that it does not hold what the package held.
+// The same, but returns 0 when the file does not contain what the package did: writing, flushing or
+// closing it failed, or a source was changed.
 [[nodiscard]] unsigned vex_pkg_close_file_checked(vex_pkg_file* pkg);
 
 // Replaces the handle's two show bits by those of the mode. Null is ignored.
@@ -92,16 +90,8 @@ unsigned vex_pkg_add_data_section(vex_pkg_file* pkg, const char* name, const voi
 // size in bytes; nothing is appended. Null after a message on standard error.
 [[nodiscard]] void* vex_pkg_read_file_into_buffer(const char* path, std::size_t* size_out);
 
-// From now on, large files that are added or updated from are not copied: they must not change
-// until close, which fails when one did.
-void vex_pkg_map_large_files(vex_pkg_file* pkg);
-
 // Adds the whole of a regular file as a section.
 unsigned vex_pkg_add_data_section_from_file(vex_pkg_file* pkg, const char* name, const char* path);
-
-// Adds the whole file of a package that is open for reading as a section. A small one that was
-// opened as a part of `pkg` is not read again.
-unsigned vex_pkg_add_package_section(vex_pkg_file* pkg, const char* name, vex_pkg_file* package);
 
 // Whether the section exists and has data; silent when it does not exist. *size_out, when given,
 // receives its size in bytes.

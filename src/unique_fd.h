@@ -52,3 +52,10 @@ std::size_t move_all(std::size_t size, Move move) {
   }
   return done;
 }
+
+// Reads `size` bytes from the file's begin; returns how many came.
+inline std::size_t read_all_into(int fd, void* target, std::size_t size) {
+  return move_all(size, [&](std::size_t done, std::size_t left) {
+    return pread(fd, static_cast<char*>(target) + done, left, static_cast<off_t>(done));
+  });
+}

@@ -297,29 +297,43 @@ TEST_F(Pkg, StringTableUpdatesKeepIndexAndMemoryInOrder) {
   EXPECT_EQ("0123456789", read_section(open_package("good", READ).get(), "abcdefgh"));
 }
 
-TEST_F(Pkg, LargeSourcesNeedNotBeCopied) {
+// They are mapped: what may happen to them before close.
+TEST_F(Pkg, LargeSources) {
   const std::string large(100000, 'x');
-  write_file("large", large);
-  write_file("changing", large);
-  vex_pkg_ptr pkg = open_package("p", CREATE);
-  ASSERT_EQ(1U, vex_pkg_add_data_section_from_file(pkg.get(), "copied", "changing"));
-  vex_pkg_map_large_files(pkg.get());
-  for (const char* name : {"read", "written out", "updated", "kept"}) {
-    ASSERT_EQ(1U, vex_pkg_add_data_section_from_file(pkg.get(), name, "changing"));
+  for (const char* file : {"removed", "replaced", "updated", "kept", "shortened"}) {
+    write_file(file, large);
   }
-  EXPECT_EQ(large, read_section(pkg.get(), "read"));
-  EXPECT_EQ(1U, vex_pkg_read_section_into_file(pkg.get(), "written out", "changing")); // onto itself
-  EXPECT_EQ(large, read_file("changing"));
-  EXPECT_EQ(1U, vex_pkg_update_section_from_file(pkg.get(), "updated", "large"));
-  write_file("changing", "short");
-  EXPECT_EQ(large, read_section(pkg.get(), "copied"));
-  EXPECT_EQ(large, read_section(pkg.get(), "read")); // a copy by now
+  const auto add = [](vex_pkg_file* pkg, const char* name) {
+    EXPECT_EQ(1U, vex_pkg_add_data_section_from_file(pkg, name, name)) << name;
+  };
+  vex_pkg_ptr pkg = open_package("p", CREATE);
+  for (const char* name : {"removed", "replaced", "updated", "kept"}) {
+    add(pkg.get(), name);
+  }
+  unlink("removed");
+  write_file("other", "other");
+  rename("other", "replaced");
+  EXPECT_EQ(1U, vex_pkg_update_section_from_file(pkg.get(), "updated", "kept"));
+  write_file("updated", "no longer looked at");
+  EXPECT_EQ(large, read_section(pkg.get(), "kept"));
+  EXPECT_EQ(1U, vex_pkg_close_file_checked(pkg.release()));
+  pkg = open_package("p", READ);
+  for (const char* name : {"removed", "replaced", "updated", "kept"}) {
+    EXPECT_TRUE(large == read_section(pkg.get(), name)) << name;
+  }
+
+  pkg = open_package("p", CREATE);
+  add(pkg.get(), "shortened");
+  write_file("shortened", "short");
+  void* data = nullptr;
   const Printed printed = capture([&] {
-    EXPECT_EQ("(unreadable)", read_section(pkg.get(), "kept"));
-    write_file("changing", large);
+    EXPECT_EQ("(unreadable)", read_section(pkg.get(), "shortened"));
+    EXPECT_EQ(0U, vex_pkg_read_section_transient(pkg.get(), "shortened", &data));
+    EXPECT_EQ(0U, vex_pkg_read_section_into_file(pkg.get(), "shortened", "target"));
+    write_file("shortened", large); // at another time
     EXPECT_EQ(0U, vex_pkg_close_file_checked(pkg.release()));
   });
-  EXPECT_NE(std::string::npos, printed.err.find("vex_pkg_close_file: File changing changed while it was packaged\n"))
+  EXPECT_NE(std::string::npos, printed.err.find("vex_pkg_close_file: File shortened changed while it was packaged\n"))
       << printed.err;
 }
 

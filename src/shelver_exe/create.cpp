@@ -3,6 +3,7 @@
 
 #include "commands.h"
 #include "front_end.h"
+#include "input_package.h"
 #include "library.h"
 #include "malloc_ptr.h"
 #include "opencl.h"
@@ -91,6 +92,7 @@ private:
   std::string m_info;
   malloc_ptr<char> m_header;
   std::size_t m_header_capacity = 0;
+  InputPackages m_inputs;
   vex_pkg_ptr m_library;
 
   static inline const LibraryBuild* s_current = nullptr; // whose files a failed assertion removes
@@ -110,7 +112,7 @@ bool LibraryBuild::open() {
 }
 
 bool LibraryBuild::add_input(const std::string& path) {
-  vex_pkg_ptr package(vex_pkg_open_part(m_library.get(), path.c_str(), default_show_mode));
+  vex_pkg_ptr package = m_inputs.open(path);
   if (package == nullptr) {
     std::printf("Error: Cannot open component package file %s!\n", path.c_str());
     return false;
@@ -184,7 +186,7 @@ bool LibraryBuild::add_hdl_package(vex_pkg_ptr package, const std::string& path)
     std::printf("Error: Library already has function named %s!\n", first_function.c_str());
     return false;
   }
-  if (vex_pkg_add_package_section(m_library.get(), section.c_str(), package.get()) == 0) {
+  if (!m_inputs.add_last(m_library.get(), section.c_str())) {
     std::printf("Error: Cannot add component section package file %s to the library!\n",
                 path.c_str());
     return false;

@@ -48,10 +48,8 @@ bool check_output_is_no_input(const std::string& output, const std::vector<std::
 }
 
 vex_pkg_ptr create_new_package(const std::string& path) {
-  vex_pkg_ptr pkg(
+  return vex_pkg_ptr(
       vex_pkg_open_file(path.c_str(), default_show_mode | VEX_PKG_READ_WRITE | VEX_PKG_CREATE));
-  vex_pkg_map_large_files(pkg.get());
-  return pkg;
 }
 
 bool close_new_package(vex_pkg_ptr pkg, const std::string& path) {

@@ -4,7 +4,6 @@
 #include "EFISpecHandle.h"
 #include "commands.h"
 #include "front_end.h"
-#include "pkg_source.h"
 #include "shelver.h"
 #include "usage.h"
 #include "vex_assert.h"
@@ -58,10 +57,8 @@ bool has_accepted_extension(const std::string& path, const PkgSectionKind& kind)
   return dot != std::string::npos && kind.extensions.contains(to_lower(path.substr(dot + 1)));
 }
 
-// A file that did not open may be a regular one that nobody may read: adding it will tell.
-bool check_source_file(const SourceFile& file, const std::string& path,
-                       const PkgSectionKind& kind) {
-  if (!file.is_open() && !file_is_a_regular_file(path)) {
+bool check_source_file(const std::string& path, const PkgSectionKind& kind) {
+  if (!file_is_a_regular_file(path)) {
     std::printf("Error: File %s, specified in XML spec file, does not exist or is not a file!\n",
                 path.c_str());
     return false;
@@ -74,26 +71,15 @@ bool check_source_file(const SourceFile& file, const std::string& path,
   return true;
 }
 
-int add_source_to_container(vex_pkg_file* pkg, const std::string& section, const SourceFile& file) {
-  if (vex_pkg_add_data_section_from_source(pkg, section.c_str(), file) == 0) {
-    std::printf("Error: Couldn't add section %s from file %s\n", section.c_str(), file.path());
-    return 0;
-  }
-  return 1;
-}
-
-// The file is opened once, for looking at it and for reading it. One of another kind is opened too,
-// without waiting, before it is refused.
 bool add_listed_file(vex_pkg_file* pkg, const std::string& name, const std::string& path,
                      const PkgSectionKind& kind) {
-  const SourceFile file(path.c_str());
-  if (!check_source_file(file, path, kind)) {
+  if (!check_source_file(path, kind)) {
     return false;
   }
   if (verbose != 0) {
     std::printf("Adding file %s located in %s\n", name.c_str(), path.c_str());
   }
-  return add_source_to_container(pkg, kind.prefix + name, file) != 0;
+  return add_sourcefile_to_container(pkg, kind.prefix.c_str(), name.c_str(), path.c_str()) != 0;
 }
 
 int add_text_section(vex_pkg_file* pkg, const char* name, const std::string& text) {
@@ -197,7 +183,12 @@ std::string gen_directory_prefix(int depth, const std::string& spec_dir) {
 
 int add_sourcefile_to_container(vex_pkg_file* pkg, const char* prefix, const char* name,
                                 const char* path) {
-  return add_source_to_container(pkg, std::string(prefix) + name, SourceFile(path));
+  const std::string section = std::string(prefix) + name;
+  if (vex_pkg_add_data_section_from_file(pkg, section.c_str(), path) == 0) {
+    std::printf("Error: Couldn't add section %s from file %s\n", section.c_str(), path);
+    return 0;
+  }
+  return 1;
 }
 
 int add_filenames_to_pkg(vex_pkg_file* pkg, std::vector<std::string>& names,

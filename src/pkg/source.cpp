@@ -1,35 +1,22 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "pkg_source.h"
+#include "source.h"
 
-#include "arena.h"
+#include "helpers.h"
 
-#include <cstdarg>
-#include <cstdio>
 #include <utility>
 
 #include <sys/mman.h>
 #include <unistd.h>
 
-void report(bool show, const char* format, ...) {
-  if (!show) {
-    return;
-  }
-  std::fflush(stdout);
-  va_list args;
-  va_start(args, format);
-  std::vfprintf(stderr, format, args);
-  va_end(args);
-}
-
-std::size_t read_all_into(int fd, void* target, std::size_t size) {
-  return move_all(size, [&](std::size_t done, std::size_t left) {
-    return pread(fd, static_cast<char*>(target) + done, left, static_cast<off_t>(done));
-  });
-}
+namespace vex::pkg {
 
 namespace {
 
 constexpr std::size_t PAGE_SIZE = 4096;
+
+bool are_equal(const timespec& left, const timespec& right) {
+  return left.tv_sec == right.tv_sec && left.tv_nsec == right.tv_nsec;
+}
 
 } // namespace
 
@@ -48,23 +35,21 @@ MappedBytes::~MappedBytes() {
   }
 }
 
-void MappedBytes::absorb(MappedBytes& below) {
-  const std::size_t size = (below.m_size + PAGE_SIZE - 1) / PAGE_SIZE * PAGE_SIZE;
-  if (m_bytes != nullptr && static_cast<char*>(below.m_bytes) + size == m_bytes) {
-    m_bytes = std::exchange(below.m_bytes, nullptr);
-    m_size += size;
-    below.m_size = 0;
+bool MappedBytes::absorb(MappedBytes& above) {
+  const std::size_t size = (m_size + PAGE_SIZE - 1) / PAGE_SIZE * PAGE_SIZE;
+  if (static_cast<char*>(m_bytes) + size != above.m_bytes) {
+    return false;
   }
+  m_size = size + std::exchange(above.m_size, 0);
+  above.m_bytes = nullptr;
+  return true;
 }
 
-// By way of a file in memory: the system copies what is there and says so when it is not.
-void* MappedBytes::copy(Arena& arena) const {
-  const unique_fd file(memfd_create("bfcl-source", MFD_CLOEXEC));
-  const std::size_t written = move_all(m_size, [&](std::size_t done, std::size_t left) {
-    return write(file.get(), static_cast<const char*>(m_bytes) + done, left);
-  });
-  void* bytes = written == m_size ? arena.allocate(m_size) : nullptr;
-  return bytes != nullptr && read_all_into(file.get(), bytes, m_size) == m_size ? bytes : nullptr;
+bool MappedSource::has_changed() const {
+  struct stat now = {};
+  return stat(path.c_str(), &now) == 0 && now.st_dev == status.st_dev &&
+         now.st_ino == status.st_ino &&
+         (now.st_size != status.st_size || !are_equal(now.st_mtim, status.st_mtim));
 }
 
 SourceFile::SourceFile(const char* path)
@@ -75,8 +60,8 @@ SourceFile::SourceFile(const char* path)
 }
 
 bool SourceFile::check_open() const {
-  report(!is_open(), "Couldn't open file %s for reading\n", m_path);
-  return is_open();
+  report(!m_fd, "Couldn't open file %s for reading\n", m_path);
+  return static_cast<bool>(m_fd);
 }
 
 bool SourceFile::read_all(void* target) const {
@@ -96,3 +81,5 @@ MappedBytes SourceFile::map_all() const {
   void* bytes = mmap(nullptr, size(), PROT_READ, MAP_PRIVATE, m_fd.get(), 0);
   return bytes != MAP_FAILED ? MappedBytes(bytes, size()) : MappedBytes();
 }
+
+} // namespace vex::pkg

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "pkg_internal.h"
+#include "helpers.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <new>
 #include <utility>
+
+using namespace vex::pkg;
 
 namespace {
 
@@ -47,11 +48,11 @@ bool check_buffer(const vex_pkg_file* pkg, const void* buffer, std::size_t size)
 bool check_package_size(vex_pkg_file* pkg, std::uint64_t size, std::uint64_t old_size = 0) {
   std::size_t sections = 0;
   elf_getshdrnum(pkg->elf, &sections);
-  const std::uint64_t names = pkg->name_data != nullptr ? pkg->name_data->d_size : 0;
+  const std::uint64_t names = pkg->names.data != nullptr ? pkg->names.data->d_size : 0;
   const std::uint64_t header_table = (sections + 1) * sizeof(Elf32_Shdr);
   const std::uint64_t total = padded_size(sizeof(Elf32_Ehdr)) +
                               padded_size(names + VEX_PKG_MAX_SECTION_NAME + 1) +
-                              pkg->content_bytes - padded_size(old_size) + header_table;
+                              pkg->contents.size - padded_size(old_size) + header_table;
   // Compared in this order, as the size is the caller's and might overflow the sum.
   const bool ok = total <= MAX_FILE_SIZE && size <= MAX_FILE_SIZE - total &&
                   padded_size(size) <= MAX_FILE_SIZE - total;
@@ -65,39 +66,30 @@ bool check_package_size(vex_pkg_file* pkg, std::uint64_t size, std::uint64_t old
 // Makes room for `size` bytes in a block of the handle's own. The old one stays until close:
 // callers may have a pointer to it, and the name to be added may be in it.
 bool reserve_name_table(vex_pkg_file* pkg, std::size_t size) {
-  Elf_Data* names = pkg->name_data;
-  const bool own = names->d_buf == pkg->name_table;
-  if (own && size <= pkg->name_capacity) {
+  NameTable& names = pkg->names;
+  const bool own = names.data->d_buf == names.bytes;
+  if (own && size <= names.capacity) {
     return true;
   }
-  const std::size_t capacity =
-      std::max(size, own ? 2 * pkg->name_capacity : INITIAL_NAME_TABLE_SIZE);
-  auto* table = static_cast<char*>(pkg->memory->allocate(capacity));
-  if (table == nullptr) {
+  const std::size_t capacity = std::max(size, own ? 2 * names.capacity : INITIAL_NAME_TABLE_SIZE);
+  auto* bytes = static_cast<char*>(allocate_block(pkg, capacity));
+  if (bytes == nullptr) {
     report(pkg->show_errors, " Failed to allocate %u bytes for string table",
            static_cast<unsigned>(size));
     return false;
   }
-  std::memcpy(table, names->d_buf, names->d_size);
-  pkg->name_table = table;
-  pkg->name_capacity = capacity;
-  names->d_buf = table;
+  std::memcpy(bytes, names.data->d_buf, names.data->d_size);
+  names.data->d_buf = bytes;
+  names.bytes = bytes;
+  names.capacity = capacity;
   return true;
 }
 
-// Enters a new section into the index, which counts only while it is complete: without memory for
-// the entry, the next look-up makes it anew.
+// Enters a new section into the index, if it is complete then.
 void index_section(vex_pkg_file* pkg, Elf_Scn* section, const char* name) {
-  pkg->indexed = false;
-  if (!pkg->index_can_grow) {
-    return;
-  }
-  try {
-    pkg->index.try_emplace(name, section);
-    pkg->indexed = true;
-  } catch (const std::bad_alloc&) {
-    pkg->index.clear();
-  }
+  NameIndex& index = pkg->index;
+  index.complete =
+      index.can_grow && try_allocating([&] { index.sections.try_emplace(name, section); });
 }
 
 // Gives a new section its name: appended to the string table and entered into the index.
@@ -109,7 +101,7 @@ bool name_section(vex_pkg_file* pkg, Elf_Scn* section, const char* name) {
            static_cast<unsigned>(length), static_cast<int>(VEX_PKG_MAX_SECTION_NAME), name);
     return false;
   }
-  Elf_Data* names = pkg->name_data;
+  Elf_Data* names = pkg->names.data;
   if (names == nullptr) {
     report(pkg->show_errors, "No string table section\n");
     return false;
@@ -118,7 +110,7 @@ bool name_section(vex_pkg_file* pkg, Elf_Scn* section, const char* name) {
     return false;
   }
   const std::size_t offset = names->d_size;
-  char* own_name = pkg->name_table + offset;
+  char* own_name = pkg->names.bytes + offset;
   std::memcpy(own_name, name, length + 1);
   names->d_size = offset + length + 1;
   elf_flagdata(names, ELF_C_SET, ELF_F_DIRTY);
@@ -144,11 +136,11 @@ unsigned append_section(vex_pkg_file* pkg, const char* name, const void* buffer,
     return 0;
   }
   fill_section_data(data, buffer, size);
-  pkg->content_bytes += padded_size(size);
+  pkg->contents.size += padded_size(size);
   pkg->dirty = true;
   set_section_header(pkg, section, SHT_PROGBITS, 0);
   if (!name_section(pkg, section, name)) {
-    pkg->indexed = false; // the section stays, without a name of its own
+    pkg->index.complete = false; // the section stays, without a name of its own
     return 0;
   }
   if (pkg->show_info) {
@@ -186,25 +178,38 @@ namespace {
 
 using section_operation = unsigned (*)(vex_pkg_file*, const char*, const void*, std::size_t);
 
-// The kernel allows about 65,530 maps.
+// From this size on, in bytes, mapping a file costs less than reading it. The kernel allows about
+// 65,530 maps.
+constexpr std::size_t MIN_MAPPED_SIZE = 16384;
 constexpr std::size_t MAX_MAPPINGS = 60000;
 
 bool is_package_file(const vex_pkg_file* pkg, const struct stat& status) {
   return pkg->status.st_dev == status.st_dev && pkg->status.st_ino == status.st_ino;
 }
 
-// The file's bytes, which the handle keeps; null after a message. The package's own file is copied,
-// as writing the package changes it.
-const void* take_contents(vex_pkg_file* pkg, const SourceFile& file) {
-  if (pkg->maps_files && file.size() >= MIN_MAPPED_SIZE &&
-      pkg->mapped_sources.size() < MAX_MAPPINGS && !is_package_file(pkg, file.status())) {
-    MappedBytes bytes = file.map_all();
-    if (bytes.get() != nullptr) {
-      pkg->mapped_sources.push_back({file.path(), file.status(), std::move(bytes)});
-      return pkg->mapped_sources.back().bytes.get();
-    }
+// Null where the file is to be read instead.
+const void* map_contents(vex_pkg_file* pkg, const SourceFile& file) {
+  auto& sources = pkg->contents.sources;
+  if (!pkg->created || file.size() < MIN_MAPPED_SIZE || sources.size() >= MAX_MAPPINGS ||
+      is_package_file(pkg, file.status())) {
+    return nullptr;
   }
-  void* bytes = pkg->memory->allocate(file.size());
+  MappedBytes bytes = file.map_all();
+  const void* address = bytes.get();
+  const bool kept = address != nullptr && try_allocating([&] {
+                      MappedSource source = {file.path(), file.status(), std::move(bytes)};
+                      sources.try_emplace(address, std::move(source));
+                    });
+  return kept ? address : nullptr;
+}
+
+// The file's bytes, which the handle keeps; null after a message.
+const void* take_contents(vex_pkg_file* pkg, const SourceFile& file) {
+  const void* mapped = map_contents(pkg, file);
+  if (mapped != nullptr) {
+    return mapped;
+  }
+  void* bytes = allocate_block(pkg, file.size());
   return file.read_all(bytes) ? bytes : nullptr;
 }
 
@@ -220,35 +225,19 @@ unsigned apply_file(vex_pkg_file* pkg, const char* name, const SourceFile& file,
 
 } // namespace
 
-unsigned vex_pkg_add_package_section(vex_pkg_file* pkg, const char* name, vex_pkg_file* package) {
-  if (pkg == nullptr || package == nullptr || package->fd == -1) {
+unsigned vex_pkg_add_data_section_from_file(vex_pkg_file* pkg, const char* name, const char* path) {
+  if (!check_can_add(pkg, name)) {
     return 0;
   }
-  return package->image != nullptr && package->memory == pkg->memory
-             ? vex_pkg_add_data_section(pkg, name, package->image, package->image_size)
-             : vex_pkg_add_data_section_from_file(pkg, name, package->name.c_str());
-}
-
-void vex_pkg_map_large_files(vex_pkg_file* pkg) {
-  if (pkg != nullptr) {
-    pkg->maps_files = true;
-  }
-}
-
-unsigned vex_pkg_add_data_section_from_source(vex_pkg_file* pkg, const char* name,
-                                              const SourceFile& file) {
-  if (!check_can_add(pkg, name) || apply_file(pkg, name, file, 0, append_section) == 0) {
+  const SourceFile file(path);
+  if (apply_file(pkg, name, file, 0, append_section) == 0) {
     return 0;
   }
   if (pkg->show_info) {
-    std::printf("Read %zu bytes from file %s and created new section '%s'.\n", file.size(),
-                file.path(), name);
+    std::printf("Read %zu bytes from file %s and created new section '%s'.\n", file.size(), path,
+                name);
   }
   return 1;
-}
-
-unsigned vex_pkg_add_data_section_from_file(vex_pkg_file* pkg, const char* name, const char* path) {
-  return vex_pkg_add_data_section_from_source(pkg, name, SourceFile(path));
 }
 
 namespace {
@@ -268,14 +257,14 @@ Elf_Data* find_data_to_update(vex_pkg_file* pkg, const char* name) {
 
 // Takes the old contents out of what the handle keeps count of.
 void forget_contents(vex_pkg_file* pkg, const Elf_Data* data) {
-  if (data == pkg->name_data) {
-    pkg->indexed = false; // other names may stand there from now on
+  if (data == pkg->names.data) {
+    pkg->index.complete = false; // other names may stand there from now on
     return;
   }
-  pkg->content_bytes -= padded_size(data->d_size);
-  const auto source = find_mapped_source(pkg, data->d_buf);
-  if (source != pkg->mapped_sources.end()) {
-    pkg->mapped_sources.erase(source);
+  pkg->contents.size -= padded_size(data->d_size);
+  const auto source = pkg->contents.sources.find(data->d_buf);
+  if (source != pkg->contents.sources.end()) {
+    source->second.path.clear(); // may change from now on; callers may still have a pointer to it
   }
 }
 
@@ -293,7 +282,7 @@ unsigned vex_pkg_update_section(vex_pkg_file* pkg, const char* name, const void*
                 size);
   }
   forget_contents(pkg, data);
-  pkg->content_bytes += data != pkg->name_data ? padded_size(size) : 0;
+  pkg->contents.size += data != pkg->names.data ? padded_size(size) : 0;
   set_section_bytes(data, buffer, size);
   if (elf_flagdata(data, ELF_C_SET, ELF_F_DIRTY) == 0) {
     report(pkg->show_errors, "Failed to mark section '%s' data as dirty.\n", name);

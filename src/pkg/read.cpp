@@ -1,90 +1,19 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "pkg_internal.h"
-#include "unique_fd.h"
+#include "helpers.h"
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 
-const char* get_section_name(Elf_Scn* section, const Elf_Data* names) {
-  if (!name_table_is_usable(names)) {
-    return nullptr;
-  }
-  const Elf32_Word offset = read_section_header(section).sh_name;
-  return offset < names->d_size ? static_cast<const char*>(names->d_buf) + offset : nullptr;
-}
+#include <fcntl.h>
+
+using namespace vex::pkg;
 
 namespace {
-
-// Calls visit(section, name) for each section, in file order, until it returns false; the null
-// section is not visited. The name is null where get_section_name finds none.
-template <typename Visit>
-bool for_each_section(vex_pkg_file* pkg, bool show, Visit visit) {
-  const Elf_Data* names = get_name_data_ptr(pkg, show);
-  if (names == nullptr || pkg->damaged) {
-    return true;
-  }
-  Elf_Scn* section = nullptr;
-  while ((section = elf_nextscn(pkg->elf, section)) != nullptr) {
-    if (!visit(section, get_section_name(section, names))) {
-      return false;
-    }
-  }
-  return true;
-}
 
 bool is_listed(const char* name) {
   return name != nullptr && *name != '\0' && std::strcmp(name, VEX_PKG_STRING_TABLE) != 0;
 }
-
-// The first data descriptor. A section that occupies no space in the file has none: it may claim
-// any size, and what is put into it is lost.
-Elf_Data* get_first_data(Elf_Scn* section) {
-  return read_section_header(section).sh_type != SHT_NOBITS ? elf_getdata(section, nullptr)
-                                                            : nullptr;
-}
-
-void build_index(vex_pkg_file* pkg) {
-  pkg->index.clear();
-  pkg->index_can_grow = true;
-  for_each_section(pkg, pkg->show_errors, [pkg](Elf_Scn* section, const char* name) {
-    if (name != nullptr) {
-      pkg->index.try_emplace(name, section);
-    } else {
-      pkg->index_can_grow = false;
-    }
-    return true;
-  });
-  pkg->indexed = true;
-}
-
-} // namespace
-
-Elf_Scn* get_section_by_name(vex_pkg_file* pkg, const char* name) {
-  if (pkg == nullptr || name == nullptr) {
-    return nullptr;
-  }
-  if (!pkg->indexed) {
-    build_index(pkg);
-  }
-  const auto found = pkg->index.find(name);
-  return found != pkg->index.end() ? found->second : nullptr;
-}
-
-Elf_Data* get_section_data(Elf_Scn* section, bool show) {
-  Elf_Data* data = get_first_data(section);
-  if (data == nullptr) {
-    report(show, "No data for section.\n");
-    return nullptr;
-  }
-  if (elf_getdata(section, data) != nullptr) {
-    report(show, "Multiple data descriptors for section.\n");
-    return nullptr;
-  }
-  return data;
-}
-
-namespace {
 
 // The section that a read operation asks for, or null after a message.
 Elf_Scn* find_section_to_read(vex_pkg_file* pkg, const char* name) {
@@ -96,19 +25,10 @@ Elf_Scn* find_section_to_read(vex_pkg_file* pkg, const char* name) {
   return section;
 }
 
-// A mapped source is replaced by a copy before anybody looks at it: its file may become shorter.
-bool copy_mapped_source(vex_pkg_file* pkg, Elf_Data* data) {
-  const auto source = find_mapped_source(pkg, data->d_buf);
-  if (source == pkg->mapped_sources.end()) {
-    return true;
-  }
-  void* copy = source->bytes.copy(*pkg->memory);
-  if (copy == nullptr) {
-    return false;
-  }
-  data->d_buf = copy;
-  pkg->mapped_sources.erase(source);
-  return true;
+// Whether the contents may be looked at: a mapped source may have become shorter.
+bool is_readable(const vex_pkg_file* pkg, const Elf_Data* data) {
+  const auto source = pkg->contents.sources.find(data->d_buf);
+  return source == pkg->contents.sources.end() || !source->second.has_changed();
 }
 
 // The data of the section that a read operation asks for, or null after its messages.
@@ -118,21 +38,21 @@ Elf_Data* find_data_to_read(vex_pkg_file* pkg, const char* name) {
     return nullptr;
   }
   Elf_Data* data = get_section_data(section, pkg->show_errors);
-  if (data == nullptr || !copy_mapped_source(pkg, data)) {
+  if (data == nullptr || !is_readable(pkg, data)) {
     report(pkg->show_errors, "No data for section '%s'.\n", name);
     return nullptr;
   }
   return data;
 }
 
-// The same for an operation that judges the descriptors in its own words.
+// The same for an operation with its own message about several descriptors.
 Elf_Data* find_data_to_write_out(vex_pkg_file* pkg, const char* name) {
   Elf_Scn* section = find_section_to_read(pkg, name);
   if (section == nullptr) {
     return nullptr;
   }
   Elf_Data* data = get_first_data(section);
-  if (data == nullptr || !copy_mapped_source(pkg, data)) {
+  if (data == nullptr || !is_readable(pkg, data)) {
     report(pkg->show_errors, "No data for section '%s'.\n", name);
     return nullptr;
   }
