@@ -9,6 +9,8 @@ target_compile_options(bfcl_options INTERFACE
 target_compile_definitions(bfcl_options INTERFACE _GNU_SOURCE)
 # gcc 12 reports false overlaps in the code of std::string (its bug 105651).
 target_compile_options(bfcl_options INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>)
+# The published libraries make names local, which unique symbols never become.
+target_compile_options(bfcl_options INTERFACE $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>)
 
 # Assertions are part of the behaviour: every build type contains them.
 foreach(flags CMAKE_CXX_FLAGS_RELEASE CMAKE_CXX_FLAGS_RELWITHDEBINFO CMAKE_CXX_FLAGS_MINSIZEREL)

@@ -11,15 +11,36 @@ set(package_dir ${PROJECT_BINARY_DIR}/cmake)        # the same package for users
 set(header_dir ${PROJECT_BINARY_DIR}/include/bfcl)
 option(BUILD_SHARED_LIBS "Build the published libraries shared" OFF)
 
-# bfcl_publish(NAME HEADER DESCRIPTION MODULES module... [USES published...] [NEEDS package...])
+# Makes one object file of the modules' objects, in which only the symbols that match the patterns
+# are global: a static library then leaves all other names to the programs that use it.
+function(bfcl_join_objects object modules symbols)
+  list(TRANSFORM modules REPLACE "(.+)" "$<TARGET_OBJECTS:\\1>" OUTPUT_VARIABLE objects)
+  list(TRANSFORM symbols PREPEND --keep-global-symbol=)
+  # Groups are dissolved: the linker keeps one group of a name, whoever the others belong to.
+  add_custom_command(OUTPUT ${object}
+    COMMAND ${CMAKE_CXX_COMPILER} -r -nostdlib -Wl,--force-group-allocation
+            -o ${object}.all.o ${objects}
+    COMMAND ${CMAKE_OBJCOPY} --wildcard ${symbols} ${object}.all.o ${object}
+    DEPENDS ${modules} ${objects} COMMAND_EXPAND_LISTS VERBATIM)
+  set_source_files_properties(${object} PROPERTIES EXTERNAL_OBJECT TRUE GENERATED TRUE)
+endfunction()
+
+# bfcl_publish(NAME HEADER DESCRIPTION SYMBOLS pattern... MODULES module...
+#              [USES published...] [NEEDS package...])
 #
 # A published library: the code of modules that the program itself is linked with, static or
-# shared. A shared one exports what cmake/NAME.map lists. USES names
-# other published libraries, NEEDS pkg-config packages in the form target=package.
+# shared. Only the SYMBOLS are global in it; "_Z", a length and a name is a C++ function outside
+# of namespaces. USES names other published libraries, NEEDS pkg-config packages in the form
+# target=package.
 function(bfcl_publish name header pc_description)
-  cmake_parse_arguments(PARSE_ARGV 2 arg "" "" "MODULES;USES;NEEDS")
-  list(TRANSFORM arg_MODULES REPLACE "(.+)" "$<TARGET_OBJECTS:\\1>" OUTPUT_VARIABLE objects)
+  cmake_parse_arguments(PARSE_ARGV 2 arg "" "" "SYMBOLS;MODULES;USES;NEEDS")
   set(target bfcl_${name})
+  if(BUILD_SHARED_LIBS)
+    list(TRANSFORM arg_MODULES REPLACE "(.+)" "$<TARGET_OBJECTS:\\1>" OUTPUT_VARIABLE objects)
+  else()
+    set(objects ${PROJECT_BINARY_DIR}/${target}.o)
+    bfcl_join_objects(${objects} "${arg_MODULES}" "${arg_SYMBOLS}")
+  endif()
   add_library(${target} ${objects})
   add_library(bfcl::${name} ALIAS ${target})
   set_target_properties(${target} PROPERTIES
@@ -49,7 +70,9 @@ function(bfcl_publish name header pc_description)
     endif()
   endforeach()
   if(BUILD_SHARED_LIBS)
-    set(map ${PROJECT_SOURCE_DIR}/cmake/${name}.map)
+    set(map ${package_dir}/${name}.map)
+    string(TOUPPER ${name} version)
+    file(CONFIGURE OUTPUT ${map} CONTENT "BFCL_${version}_1 { global: ${arg_SYMBOLS}; local: *; };\n")
     target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:bfcl_options>)
     target_link_options(${target} PRIVATE LINKER:--version-script=${map} LINKER:--no-undefined)
     set_target_properties(${target} PROPERTIES LINK_DEPENDS ${map})
@@ -75,10 +98,15 @@ function(bfcl_publish name header pc_description)
 endfunction()
 
 bfcl_publish(pkg pkg.h "Package files: named sections in one ELF file"
+  SYMBOLS _Z[1-9][0-9]vex_pkg_* default_show_mode
   MODULES vex_pkg NEEDS PkgConfig::LIBELF=libelf)
 bfcl_publish(shelver shelver.h "Readers of the text sections of component libraries"
+  SYMBOLS _Z[1-9][0-9]shelver_*
   MODULES shelver USES pkg)
 bfcl_publish(spec EFISpecHandle.h "Component specifications, in plain C"
+  SYMBOLS load_efi_spec_file free_efi_spec_handle get_num_efi_elems get_efi_elem
+    get_function_name get_module_name get_num_c_model_files get_c_model_file
+    get_num_source_files get_source_file
   MODULES efi_spec vex_xml NEEDS tinyxml2::tinyxml2=tinyxml2)
 target_compile_features(bfcl_pkg INTERFACE cxx_std_17)
 
