@@ -4,26 +4,11 @@
 #include "printable.h"
 #include "support.h"
 
-#include <unistd.h>
-
 using namespace vex::efi;
 
 namespace {
 
-using Sections = std::vector<std::pair<std::string, std::string>>;
 using Faults = std::vector<std::string>;
-
-// The bytes of a package that holds the sections.
-std::string make_package(const Sections& sections) {
-  vex_pkg_file* pkg = vex_pkg_open_file("made", VEX_PKG_READ_WRITE | VEX_PKG_CREATE);
-  for (const auto& [name, bytes] : sections) {
-    vex_pkg_add_data_section(pkg, name.c_str(), bytes.data(), bytes.size());
-  }
-  EXPECT_EQ(1U, vex_pkg_close_file_checked(pkg));
-  const std::string image = read_file("made");
-  unlink("made");
-  return image;
-}
 
 const Sections COMPONENT = {{".dir_container", "c/"},
                             {".source.../a.v", "module a"},

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "support.h"
 
+#include "pkg.h"
+
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
@@ -91,12 +93,35 @@ Outcome run(const std::vector<std::string>& words, const Environment& environmen
   return {WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status), std::move(out), std::move(err)};
 }
 
-Outcome bfcl_library(std::vector<std::string> words, const Environment& environment) {
-  words.insert(words.begin(), BFCL_BIN_DIR "/bfcl-library");
+namespace {
+
+Outcome run_built(const char* program, std::vector<std::string> words, const Environment& environment) {
+  words.insert(words.begin(), program);
   const char* wrapper = std::getenv("BFCL_WRAPPER"); // such as "valgrind -q --error-exitcode=99"
   std::istringstream wrapper_words(wrapper != nullptr ? wrapper : "");
   words.insert(words.begin(), std::istream_iterator<std::string>(wrapper_words), {});
   return run(words, environment);
+}
+
+} // namespace
+
+Outcome bfcl_library(std::vector<std::string> words, const Environment& environment) {
+  return run_built(BFCL_BIN_DIR "/bfcl-library", std::move(words), environment);
+}
+
+Outcome bfcl_package(std::vector<std::string> words, const Environment& environment) {
+  return run_built(BFCL_BIN_DIR "/bfcl-package", std::move(words), environment);
+}
+
+std::string make_package(const Sections& sections) {
+  vex_pkg_file* pkg = vex_pkg_open_file(".made", VEX_PKG_READ_WRITE | VEX_PKG_CREATE);
+  for (const auto& [name, bytes] : sections) {
+    vex_pkg_add_data_section(pkg, name.c_str(), bytes.data(), bytes.size());
+  }
+  EXPECT_EQ(1U, vex_pkg_close_file_checked(pkg));
+  std::string image = read_file(".made");
+  unlink(".made");
+  return image;
 }
 
 std::string write_component(const std::string& directory, const std::string& function) {

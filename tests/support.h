@@ -34,8 +34,14 @@ struct Outcome {
 using Environment = std::vector<std::pair<std::string, std::string>>;
 Outcome run(const std::vector<std::string>& words, const Environment& environment = {});
 
-// The built program.
+// The built programs.
 Outcome bfcl_library(std::vector<std::string> words, const Environment& environment = {});
+
+Outcome bfcl_package(std::vector<std::string> words, const Environment& environment = {});
+
+// The bytes of a package that holds the sections, each a name and its bytes.
+using Sections = std::vector<std::pair<std::string, std::string>>;
+std::string make_package(const Sections& sections);
 
 // Writes DIR/spec.xml of one function with its files DIR/top.v and DIR/FUNCTION.cl, and returns the
 // specification's path.

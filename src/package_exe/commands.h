@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include "component_package.h"
+
+#include <string>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+namespace bfcl::package {
+
+// The exit statuses of every command.
+inline constexpr int STATUS_OK = 0;
+inline constexpr int STATUS_FAULT = 1; // a file is damaged or could not be read or written
+inline constexpr int STATUS_USAGE = 2;
+
+// Each declares the options of a command. When the command is given, it runs after the arguments
+// are parsed, and stores its exit status. The command and the status outlive the call.
+void add_show(CLI::App& command, int* status);
+
+// Prints "bfcl-package: FILE: FAULT" on standard error for each fault.
+void report_faults(const std::string& file, const std::vector<std::string>& faults);
+
+} // namespace bfcl::package
