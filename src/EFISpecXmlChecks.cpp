@@ -58,24 +58,22 @@ bool strings_in_file(const std::string& path, const std::vector<std::string>& ke
   if (search.is_complete() || fstat(fd.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
     return search.is_complete();
   }
-  // Small for small files, and large beside what is searched twice.
+  // The names are usually near the begin of a file: the first block is small.
   const auto file_size = static_cast<std::size_t>(status.st_size);
-  const std::size_t block_size =
-      std::max(std::clamp(file_size + 1, MIN_BLOCK_SIZE, MAX_BLOCK_SIZE), 4 * search.overlap());
-  const auto buffer = std::make_unique_for_overwrite<char[]>(search.overlap() + block_size);
-  std::size_t kept = 0;
+  std::size_t block_size = std::max(MIN_BLOCK_SIZE, search.state_count());
+  const std::size_t max_block_size =
+      std::clamp(file_size + 1, block_size, std::max(block_size, MAX_BLOCK_SIZE));
+  const auto buffer = std::make_unique_for_overwrite<char[]>(max_block_size);
   while (!search.is_complete()) {
     const std::size_t count = move_all(block_size, [&](std::size_t done, std::size_t left) {
-      return read(fd.get(), buffer.get() + kept + done, left);
+      return read(fd.get(), buffer.get() + done, left);
     });
     if (count == 0) {
       report_read_error(path, errno);
       break;
     }
-    const std::size_t size = kept + count;
-    search.search(buffer.get(), size);
-    kept = std::min(search.overlap(), size);
-    std::memmove(buffer.get(), buffer.get() + size - kept, kept);
+    search.search(buffer.get(), count);
+    block_size = std::min(2 * block_size, max_block_size);
   }
   return search.is_complete();
 }

@@ -195,7 +195,7 @@ TEST_F(Files, Searches) {
                "src/EFISpecXml.*`result.size\\(\\) == keys.size\\(\\)'");
 }
 
-// The search of blocks against that of lines, over texts and keys of few letters.
+// The search of all keys together against one for each, over texts and keys of few letters.
 TEST_F(Files, SearchesFindWhatLinesHold) {
   std::mt19937 random(1);
   const auto text_of = [&random](std::size_t size) {
@@ -206,18 +206,33 @@ TEST_F(Files, SearchesFindWhatLinesHold) {
     return text;
   };
   for (int round = 0; round < 300; ++round) {
-    const std::string text = text_of(random() % (round % 3 == 0 ? 20000 : 200));
+    const std::string text = text_of(random() % (round % 3 == 0 ? 20000 : 200)) + "c";
     std::vector<std::string> keys;
     std::vector<bool> expected;
-    for (int key = 0; key < 20; ++key) {
-      keys.push_back(text_of(random() % 14));
-      expected.push_back(!text.empty() && keys.back().find('\n') == std::string::npos &&
-                         text.find(keys.back()) != std::string::npos);
+    for (int key = 0; key < (round == 0 ? 4000 : 20); ++key) {
+      keys.push_back(key % 2 == 0 ? text_of(random() % 14)
+                                  : text.substr(random() % text.size(), 40) + "abc\n"[key % 4]);
+      expected.push_back(keys.back().find('\n') == std::string::npos && text.find(keys.back()) != std::string::npos);
     }
     std::vector<bool> found(keys.size());
     write_file("text", text);
     vex::efi::xml::strings_in_file("text", keys, found);
     ASSERT_EQ(expected, found) << round;
+  }
+}
+
+TEST_F(Files, SearchesFindASingleOccurrenceAnywhere) {
+  const std::size_t size = 30000; // three blocks and a part
+  for (const std::size_t length : {1, 5, 700}) {
+    const std::string key(length, 'k');
+    for (std::size_t place = 0; place <= size - length;
+         place += place % 4096 < 4060 && place + length + 40 < size ? 97 : 1) {
+      std::string text(size, 'x');
+      write_file("text", text.replace(place, length, key));
+      std::vector<bool> found(2);
+      vex::efi::xml::strings_in_file("text", {key, key + "k"}, found);
+      ASSERT_EQ((std::vector{true, false}), found) << length << " at " << place;
+    }
   }
 }
 
