@@ -11,5 +11,6 @@ class App;
 namespace bfcl::component {
 
 void add_check(CLI::App& command, int* status);
+void add_deps(CLI::App& command, int* status);
 
 } // namespace bfcl::component

@@ -22,6 +22,7 @@ struct Command {
 
 constexpr Command COMMANDS[] = {
     {"check", "check that description, RTL and C model agree", add_check},
+    {"deps", "write what a build of a package depends on, for make and ninja", add_deps},
 };
 
 int run(int argc, char** argv) {
