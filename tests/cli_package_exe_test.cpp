@@ -3,6 +3,10 @@
 #include "package_exe/tree.h"
 #include "support.h"
 
+#include <cstdlib>
+#include <regex>
+#include <sstream>
+
 #include <nlohmann/json.hpp>
 
 using bfcl::package::print_tree;
@@ -146,9 +150,241 @@ TEST_F(Packages, ShowReportsFaultsAndGoesOn) {
             result.out);
 }
 
+namespace {
+
+// The commands that the output ends with.
+std::string commands_of(const std::string& out) {
+  const std::string heading = "To make the same again:\n";
+  const std::size_t place = out.find(heading);
+  return place != std::string::npos ? out.substr(place + heading.size()) : "";
+}
+
+// Runs the commands in a shell.
+void run_commands(const std::string& commands) {
+  const Outcome result =
+      run({"sh", "-ec", commands}, {{"PATH", BFCL_BIN_DIR ":.:" + std::string(std::getenv("PATH"))}});
+  EXPECT_EQ(0, result.status) << result.out << result.err;
+}
+
+} // namespace
+
+TEST_F(Packages, UnpackedComponentsPackageToTheSameBytes) {
+  std::vector<std::string> specs = {"mix/mix.xml", "./add/spec.xml", "s p/../add/spec.xml"};
+  for (const std::string name : {"copy_add", "crc32c", "minmax", "popcount"}) {
+    specs.push_back(BFCL_SOURCE_DIR "/examples/" + name + "/" + name + ".xml");
+  }
+  // Names through folders that are left again, of one file, of shared files; deep prefixes.
+  std::filesystem::create_directories("s p/deep");
+  write_file("s p/deep/x.xml",
+             replaced(replaced(XML, "top.v'/>", "top.v'/><FILE name='./top.v'/><FILE name='a/../../t.v'/>"), "../model",
+                      "../../model"));
+  write_file("s p/t.v", "");
+  write_file("s p/deep/top.v", read_file("mix/top.v"));
+  std::filesystem::create_directory("s p/deep/a");
+  specs.push_back("s p/deep/x.xml");
+  specs.push_back("s p/./deep/x.xml"); // "." counts as a folder
+  for (const std::string& spec : specs) {
+    SCOPED_TRACE(spec);
+    ASSERT_EQ("", bfcl_library({"-c", spec, "-o", "it's.bfco"}).out);
+    const Outcome unpacked = bfcl_package({"unpack", "it's.bfco", "-C", "new/it's"});
+    EXPECT_EQ("", unpacked.err);
+    EXPECT_EQ(0, unpacked.status);
+    run_commands(commands_of(unpacked.out));
+    EXPECT_EQ(read_file("it's.bfco"), read_file("new/it's/it's.bfco"));
+    std::filesystem::remove_all("new");
+  }
+}
+
+TEST_F(Packages, UnpackWritesWhatItLists) {
+  const std::string paths = "add/add.cl\nadd/spec.xml\nadd/top.v\nmix/mix/mix.xml\nmix/mix/top.v\nmix/model/m.cl\n";
+  const Outcome listed = bfcl_package({"unpack", "lib.bfclib", "-C", "new", "--list"});
+  EXPECT_EQ(std::regex_replace(paths, std::regex("(.+)"), "new/$1"), listed.out);
+  EXPECT_FALSE(std::filesystem::exists("new"));
+  std::filesystem::create_directory("new");
+  std::filesystem::current_path("new");
+  EXPECT_EQ(paths + "To make the same again:\n  bfcl library hdl-comp-pkg add/spec.xml -o add.bfco\n"
+                    "  bfcl library hdl-comp-pkg mix/mix/mix.xml -o mix.bfco\n",
+            bfcl_package({"unpack", "../lib.bfclib"}).out);
+  EXPECT_EQ(XML, read_file("mix/mix/mix.xml"));
+  const Outcome one = bfcl_package({"unpack", "../lib.bfclib", "--function", "mix", "-C", "one/"});
+  EXPECT_EQ("one/mix/mix.xml\none/mix/top.v\none/model/m.cl\nTo make the same again:\n"
+            "  bfcl library hdl-comp-pkg one/mix/mix.xml -o one/mix.bfco\n",
+            one.out);
+  EXPECT_EQ("", run({"find", ".", "-name", ".bfcl*"}).out);
+}
+
+TEST_F(Packages, SplitLibrariesAreBuiltAgain) {
+  const std::string ir = ".vex.clang_ir.x86_64-unknown-linux-ostrahw";
+  write_file("code.bfco", make_package({{ir, "BC1"}, {".vex.clang_ir.spir64-unknown-unknown-ostrahw", "BC2"}}));
+  write_file("bfcl-link", "#!/bin/sh\nexec cp \"$1\" \"$3\"\n");
+  write_file("bfcl-opt", "#!/bin/sh\necho 'define i32 @util(i32 %a)'\n");
+  std::filesystem::copy("mix.bfco", "0.bfco"); // its function comes after that of add.bfco
+  std::filesystem::copy("add.bfco", "opencl.bfco");
+  write_file("opencl.bfco", replaced(read_file("opencl.bfco"), "add HDL", "a_d HDL"));
+  const struct {
+    std::string packages;
+    std::string names;
+  } cases[] = {{"add.bfco mix.bfco", "new/add.bfco\nnew/mix.bfco\n"},
+               {"0.bfco add.bfco", "new/1-mix.bfco\nnew/2-add.bfco\n"},
+               {"code.bfco", "new/opencl.bfco\n"},
+               {"add.bfco code.bfco mix.bfco", "new/add.bfco\nnew/mix.bfco\nnew/opencl.bfco\n"}};
+  run_commands("chmod +x bfcl-link bfcl-opt");
+  for (const auto& [packages, names] : cases) {
+    SCOPED_TRACE(packages);
+    run_commands("bfcl library create -vendor \"it's\" -o l.bfclib " + packages);
+    const Outcome split = bfcl_package({"unpack", "--packages", "l.bfclib", "-C", "new"});
+    EXPECT_EQ("", split.err);
+    EXPECT_EQ(names + "To make the same again:\n"
+                      "  bfcl library create -vendor 'it'\\''s' -o new/l.bfclib new/*.bfco\n",
+              split.out);
+    run_commands(commands_of(split.out));
+    EXPECT_EQ(read_file("l.bfclib"), read_file("new/l.bfclib"));
+    EXPECT_EQ(0, bfcl_package({"unpack", "--packages", "l.bfclib", "-C", "new"}).status);
+    std::filesystem::remove_all("new");
+  }
+  EXPECT_EQ("new/opencl.bfco\n",
+            bfcl_package({"unpack", "--packages", "l.bfclib", "-C", "new", "--function", "util"}).out);
+  EXPECT_EQ("BC1", section_of("new/opencl.bfco", ir));
+  EXPECT_EQ("new/mix.bfco\n", bfcl_package({"unpack", "--packages", "l.bfclib", "-C", "new", "--function", "mix"}).out);
+  EXPECT_EQ(read_file("mix.bfco"), read_file("new/mix.bfco"));
+}
+
+TEST_F(Packages, HostileNamesAreRefused) {
+  const auto component = [](const std::string& prefix, const Sections& files) {
+    Sections sections = {{".dir_container", prefix}, {".xml_spec.s.xml", "<x/>"}};
+    sections.insert(sections.end(), files.begin(), files.end());
+    sections.emplace_back(".comp_header", "f HDL\n<END_OF_TABLE>");
+    return make_package(sections);
+  };
+  const auto library = [&](const std::string& function) {
+    return make_package({{".vex.comp." + function, component("", {})},
+                         {".vex.comp_table", "f HDL .vex.comp.f\n<END_OF_TABLE>"},
+                         {".vex.info", "1 n v"},
+                         {".vex.version", ""}});
+  };
+  const std::string out = "leads out of the folder that the package is unpacked to";
+  const std::string deep = [] {
+    std::string name;
+    for (int i = 0; i < 300; ++i) {
+      name += "d/";
+    }
+    return name;
+  }();
+  const struct {
+    std::string image;
+    std::string fault;
+  } cases[] = {
+      {component("", {{".source.../x.v", ""}}), ".source.../x.v: " + out},
+      {component("", {{".c_model.a/../../x.v", ""}}), ".c_model.a/../../x.v: " + out},
+      {component("d/", {{".source.../../x.v", ""}}), ".source.../../x.v: " + out},
+      {component("", {{".source./etc/x.v", ""}}), ".source./etc/x.v: absolute file name"},
+      {component("../", {}), ".dir_container: not names of folders"},
+      {component("/etc/", {}), ".dir_container: not names of folders"},
+      {component("a//", {}), ".dir_container: not names of folders"},
+      {component(std::string("a\0b/", 4), {}), ".dir_container: not names of folders"},
+      {component(std::string(300, 'd') + "/", {}), ".dir_container: not names of folders"},
+      {component(deep, {}), ".dir_container: not names of folders"},
+      {component("d/", {}), ".dir_container: 1 folders, but file names climb 0 levels"},
+      {component("", {{".source.", ""}}), ".source.: not a file name"},
+      {component("", {{".source.a/", ""}}), ".source.a/: not a file name"},
+      {component("", {{".source.a/..", ""}}), ".source.a/..: not a file name"},
+      {component("", {{".source." + std::string(300, 'n'), ""}}),
+       ".source." + std::string(300, 'n') + ": not a file name"},
+      {component("", {{".source." + deep + "x.v", ""}}), ".source." + deep + "x.v: file name too long"},
+      {component("", {{".source.b", "1"}, {".source.a/../b", "2"}}),
+       ".source.a/../b: has the same place as another file of other contents"},
+      {component("", {{".c_model.s.xml", ""}}), ".c_model.s.xml: has the same place as another file of other contents"},
+      {component("", {{".source.a", ""}, {".source.a/b", ""}}), ".source.a/b: needs a folder where another file is"},
+      {component("", {{".source.a/b", ""}, {".source.a", ""}}), ".source.a: a file where another one needs a folder"},
+      {component("", {{".source.\x1b/../../\x1b", ""}}), ".source.\\x1b/../../\\x1b: " + out},
+      {component("", {{".source.x\n.source.y", ""}}),
+       "section .source.x is not within the file, or its name contains a line break\n"
+       "bfcl-package: bad: section .source.y is not within the file, or its name contains a line break"},
+      {library("../f"), ".vex.comp.../f: does not end with a name for a folder"},
+      {library(".."), ".vex.comp...: does not end with a name for a folder"},
+      {replaced(library("f"), ".comp_header", ".xomp_header"), ".vex.comp.f: no component package, or a damaged one"},
+      {read_file("bfco"), "no component package, no library and no OpenCL package, or a damaged one"},
+  };
+  for (const auto& [image, fault] : cases) {
+    write_file("bad", image);
+    const Outcome result = bfcl_package({"unpack", "bad", "-C", "new"});
+    EXPECT_EQ(1, result.status);
+    EXPECT_EQ("", result.out);
+    EXPECT_EQ("bfcl-package: bad: " + fault + "\n", result.err);
+    EXPECT_FALSE(std::filesystem::exists("new"));
+  }
+  write_file("bad", library("a/b"));
+  EXPECT_EQ("bfcl-package: bad: .vex.comp.a/b: does not end with a name for a file\n",
+            bfcl_package({"unpack", "--packages", "bad", "-C", "new"}).err);
+  const std::pair<std::vector<std::string>, std::string> refused[] = {
+      {{"add.bfco", "--packages"}, "add.bfco: no library: only a library has packages"},
+      {{"add.bfco", "--function", "x"}, "add.bfco: no component package defines the function x"},
+      {{"lib.bfclib", "--packages", "--function", "x"}, "lib.bfclib: no function x"},
+      {{"absent"}, "absent: cannot open: No such file or directory"}};
+  for (auto [words, fault] : refused) {
+    words.insert(words.begin(), {"unpack", "-C", "new"});
+    EXPECT_EQ("bfcl-package: " + fault + "\n", bfcl_package(words).err);
+    EXPECT_FALSE(std::filesystem::exists("new"));
+  }
+}
+
+TEST_F(Packages, WhatExistsIsKept) {
+  const struct {
+    std::string name;
+    std::string prepare; // in a shell
+    std::string fault;   // with which nothing is written
+  } cases[] = {
+      {"a file that is a link", "ln -s ../victim new/mix/top.v", "new/mix/top.v: is a symbolic link"},
+      {"a dangling link", "ln -s ../absent new/mix/top.v", "new/mix/top.v: is a symbolic link"},
+      {"a folder that is a link", "rm -r new/mix; ln -s ../outside new/mix", "new/mix: is a symbolic link"},
+      {"a file that is a folder", "mkdir new/mix/top.v", "new/mix/top.v: exists and is no regular file"},
+      {"a file that is a FIFO", "mkfifo new/mix/top.v", "new/mix/top.v: exists and is no regular file"},
+      {"a folder that is a file", "echo >new/model", "new/model: exists and is no folder"},
+      {"the destination is a file", "rm -r new; echo >new", "new: Not a directory"},
+  };
+  for (const auto& [name, prepare, fault] : cases) {
+    SCOPED_TRACE(name);
+    run_commands("mkdir -p outside new/mix; echo 1 >victim; " + prepare + "; find new outside | sort >before");
+    std::vector<std::string> words = {"unpack", "mix.bfco", "-C", "new"};
+    for (int forced = 0; forced < 2; ++forced) {
+      const Outcome result = bfcl_package(words);
+      words.push_back("--force");
+      EXPECT_EQ(1, result.status);
+      EXPECT_EQ("", result.out);
+      EXPECT_EQ("bfcl-package: mix.bfco: " + fault + "\n", result.err);
+    }
+    run_commands("find new outside | sort | cmp - before; rm -r new");
+  }
+  EXPECT_EQ("1\n", read_file("victim"));
+
+  std::filesystem::create_directory("new");
+  std::filesystem::create_directory_symlink("new", "link"); // the destination itself may be one
+  write_file("new/mix/top.v", "mine");
+  write_file("new/mix/mix.xml", XML);
+  const Outcome kept = bfcl_package({"unpack", "mix.bfco", "-C", "link"});
+  EXPECT_EQ(1, kept.status);
+  EXPECT_EQ("link/model/m.cl\n", kept.out);
+  EXPECT_EQ("bfcl-package: mix.bfco: link/mix/top.v exists with other contents and is kept; --force replaces it\n",
+            kept.err);
+  EXPECT_EQ("mine", read_file("new/mix/top.v"));
+  const Outcome forced = bfcl_package({"unpack", "mix.bfco", "-C", "link", "--force"});
+  EXPECT_EQ(0, forced.status);
+  EXPECT_EQ("link/mix/top.v\n", forced.out.substr(0, 15));
+  EXPECT_EQ(read_file("mix/top.v"), read_file("new/mix/top.v"));
+  const Outcome full =
+      run({"sh", "-c", "(ulimit -f 0; " BFCL_BIN_DIR "/bfcl-package unpack mix.bfco -C full 2>&1) | cat"});
+  EXPECT_EQ("bfcl-package: mix.bfco: full/mix/mix.xml: File too large\n", full.out);
+  EXPECT_EQ("full\nfull/mix\n", run({"find", "full"}).out);
+}
+
 TEST_F(Packages, Usage) {
   for (const std::vector<std::string>& words :
-       std::vector<std::vector<std::string>>{{}, {"show"}, {"unknown"}, {"show", "--unknown", "mix.bfco"}}) {
+       std::vector<std::vector<std::string>>{{},
+                                             {"show"},
+                                             {"unknown"},
+                                             {"unpack"},
+                                             {"unpack", "mix.bfco", "lib.bfclib"},
+                                             {"show", "--unknown", "mix.bfco"}}) {
     const Outcome result = bfcl_package(words);
     EXPECT_EQ(2, result.status);
     EXPECT_EQ("", result.out);

@@ -18,6 +18,7 @@ inline constexpr int STATUS_USAGE = 2;
 // Each declares the options of a command. When the command is given, it runs after the arguments
 // are parsed, and stores its exit status. The command and the status outlive the call.
 void add_show(CLI::App& command, int* status);
+void add_unpack(CLI::App& command, int* status);
 
 // Prints "bfcl-package: FILE: FAULT" on standard error for each fault.
 void report_faults(const std::string& file, const std::vector<std::string>& faults);

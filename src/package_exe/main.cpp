@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <clocale>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -19,6 +20,7 @@ struct Command {
 
 constexpr Command COMMANDS[] = {
     {"show", "print what packages and libraries contain", add_show},
+    {"unpack", "write the files of a component, or the packages of a library", add_unpack},
 };
 
 int run(int argc, char** argv) {
@@ -41,6 +43,7 @@ int run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
   std::setlocale(LC_CTYPE, "");
+  std::signal(SIGXFSZ, SIG_IGN); // a write beyond a limit fails like one on a full disk
   exit_when_a_mapped_file_shrinks(STATUS_FAULT);
   int status = STATUS_FAULT;
   try {
