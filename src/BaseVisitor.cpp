@@ -158,7 +158,7 @@ bool BaseVisitor::attribute_exists(const tinyxml2::XMLElement& elem, const char*
 }
 
 const char* BaseVisitor::get_source_name() const {
-  return m_callbacks->get_source_name();
+  return m_callbacks != nullptr ? m_callbacks->get_source_name() : nullptr;
 }
 
 void BaseVisitor::debug(const std::string& msg) {
@@ -167,7 +167,7 @@ void BaseVisitor::debug(const std::string& msg) {
   }
 }
 
-// Without a source name the text ends where the name would stand.
+// Without a source name the text ends before the name.
 std::string BaseVisitor::frame(const char* head_start, const std::string& head_end,
                                const std::string& msg) const {
   std::ostringstream text;

@@ -88,53 +88,66 @@ struct AttributeNames {
   const char* names[5];
 };
 
+// Where an element may appear.
+struct Place {
+  unsigned depth;                  // how many ancestors it has, up to FUNCTION
+  const char* parent = nullptr;    // at depth 2
+  const char* or_parent = nullptr; // the other one
+};
+
 // What each element under FUNCTION must keep, FUNCTION included.
 struct ElementRule {
   const char* name;
-  unsigned depth;     // its ancestors up to FUNCTION: 0 for FUNCTION, 1 for an element under it
-  const char* parent; // at depth 2
-  bool once;
+  Place place;
+  unsigned flags;
   AttributeNames attributes;
   bool (EFIElemVisitor::*visit)(const XMLElement& elem);
 };
 
 namespace {
 
-constexpr bool ONCE = true;
-constexpr bool ANY = false;
+constexpr Place TOP = {0};
+constexpr Place IN_FUNCTION = {1};
+constexpr Place IN_ATTRIBUTES = {2, "ATTRIBUTES"};
+constexpr Place IN_INTERFACE = {2, "INTERFACE"};
+constexpr Place IN_RESOURCES = {2, "RESOURCES"};
+constexpr Place IN_FILE_LISTS = {2, "REQUIREMENTS", "C_MODEL"};
+
+constexpr unsigned ANY = 0;
+constexpr unsigned ONCE = 1;       // it appears once at most
+constexpr unsigned ALL_CHECKS = 2; // each check is made, after one that failed, too
 
 const ElementRule* find_rule(const char* name) {
   using V = EFIElemVisitor;
   static constexpr ElementRule rules[] = {
-      {"FUNCTION", 0, nullptr, ANY, {"name", "module"}, &V::visit_efi_elem},
-      {"ATTRIBUTES", 1, nullptr, ONCE, {}, &V::visit_attributes},
-      {"IS_STALL_FREE", 2, "ATTRIBUTES", ANY, {"value"}, &V::visit_is_stall_free},
-      {"IS_FIXED_LATENCY", 2, "ATTRIBUTES", ANY, {"value"}, &V::visit_is_fixed_latency},
-      {"EXPECTED_LATENCY", 2, "ATTRIBUTES", ANY, {"value"}, &V::visit_expected_latency},
-      {"CAPACITY", 2, "ATTRIBUTES", ANY, {"value"}, &V::visit_capacity},
-      {"HAS_SIDE_EFFECTS", 2, "ATTRIBUTES", ANY, {"value"}, &V::visit_has_side_effects},
-      {"ALLOW_MERGING", 2, "ATTRIBUTES", ANY, {"value"}, &V::visit_allow_merging},
-      {"PARAMETER", 2, "ATTRIBUTES", ANY, {"name", "value"}, &V::visit_parameter},
-      {"INTERFACE", 1, nullptr, ONCE, {}, &V::visit_interface},
-      {"VEYRA", 2, "INTERFACE", ANY, {"port", "type"}, &V::visit_veyra},
-      {"MEM_INPUT", 2, "INTERFACE", ANY, {"port", "access"}, &V::visit_mem_input},
-      {"INPUT", 2, "INTERFACE", ANY, {"port", "width"}, &V::visit_input},
-      {"OUTPUT", 2, "INTERFACE", ONCE, {"port", "width"}, &V::visit_output},
+      {"FUNCTION", TOP, ANY, {"name", "module"}, &V::visit_efi_elem},
+      {"ATTRIBUTES", IN_FUNCTION, ONCE | ALL_CHECKS, {}, &V::visit_attributes},
+      {"IS_STALL_FREE", IN_ATTRIBUTES, ANY, {"value"}, &V::visit_is_stall_free},
+      {"IS_FIXED_LATENCY", IN_ATTRIBUTES, ANY, {"value"}, &V::visit_is_fixed_latency},
+      {"EXPECTED_LATENCY", IN_ATTRIBUTES, ANY, {"value"}, &V::visit_expected_latency},
+      {"CAPACITY", IN_ATTRIBUTES, ANY, {"value"}, &V::visit_capacity},
+      {"HAS_SIDE_EFFECTS", IN_ATTRIBUTES, ANY, {"value"}, &V::visit_has_side_effects},
+      {"ALLOW_MERGING", IN_ATTRIBUTES, ANY, {"value"}, &V::visit_allow_merging},
+      {"PARAMETER", IN_ATTRIBUTES, ANY, {"name", "value"}, &V::visit_parameter},
+      {"INTERFACE", IN_FUNCTION, ONCE, {}, &V::visit_interface},
+      {"VEYRA", IN_INTERFACE, ANY, {"port", "type"}, &V::visit_veyra},
+      {"MEM_INPUT", IN_INTERFACE, ANY, {"port", "access"}, &V::visit_mem_input},
+      {"INPUT", IN_INTERFACE, ANY, {"port", "width"}, &V::visit_input},
+      {"OUTPUT", IN_INTERFACE, ONCE, {"port", "width"}, &V::visit_output},
       {"VEYRA_MEM",
-       2,
-       "INTERFACE",
+       IN_INTERFACE,
        ANY,
        {"port", "width", "burstwidth", "optype", "buffer_location"},
        &V::visit_veyra_mem},
-      {"REQUIREMENTS", 1, nullptr, ONCE, {}, &V::visit_requirements},
-      {"C_MODEL", 1, nullptr, ONCE, {}, &V::visit_c_model},
-      {"FILE", 2, nullptr, ANY, {"name"}, &V::visit_file}, // two parents: judged by its handler
-      {"RESOURCES", 1, nullptr, ONCE, {}, &V::visit_resources},
-      {"ALUTS", 2, "RESOURCES", ANY, {"value"}, &V::visit_aluts},
-      {"FFS", 2, "RESOURCES", ANY, {"value"}, &V::visit_ffs},
-      {"RAMS", 2, "RESOURCES", ANY, {"value"}, &V::visit_rams},
-      {"DSPS", 2, "RESOURCES", ANY, {"value"}, &V::visit_dsps},
-      {"MLABS", 2, "RESOURCES", ANY, {"value"}, &V::visit_mlabs},
+      {"REQUIREMENTS", IN_FUNCTION, ONCE | ALL_CHECKS, {}, &V::visit_requirements},
+      {"C_MODEL", IN_FUNCTION, ONCE | ALL_CHECKS, {}, &V::visit_c_model},
+      {"FILE", IN_FILE_LISTS, ALL_CHECKS, {"name"}, &V::visit_file},
+      {"RESOURCES", IN_FUNCTION, ONCE | ALL_CHECKS, {}, &V::visit_resources},
+      {"ALUTS", IN_RESOURCES, ANY, {"value"}, &V::visit_aluts},
+      {"FFS", IN_RESOURCES, ANY, {"value"}, &V::visit_ffs},
+      {"RAMS", IN_RESOURCES, ANY, {"value"}, &V::visit_rams},
+      {"DSPS", IN_RESOURCES, ANY, {"value"}, &V::visit_dsps},
+      {"MLABS", IN_RESOURCES, ANY, {"value"}, &V::visit_mlabs},
   };
   const auto* found = std::find_if(std::begin(rules), std::end(rules), [name](const auto& rule) {
     return std::strcmp(rule.name, name) == 0;
@@ -156,14 +169,23 @@ bool EFIElemVisitor::VisitEnter(const XMLElement& elem,
   if (rule == nullptr) {
     return report_unexpected_elem(elem, "");
   }
-  return (this->*rule->visit)(elem);
+  return check_rule(elem, *rule) && (this->*rule->visit)(elem);
 }
 
-bool EFIElemVisitor::keeps_rule(const XMLElement& elem) {
-  const ElementRule& rule = *find_rule(elem.Value());
-  return report_unexpected_elem_stack(elem, rule.depth, "FUNCTION", rule.parent) &&
-         (!rule.once || report_unexpected_elem_stack_count(elem, 1)) &&
-         report_unexpected_attrs(elem, rule.attributes.count, rule.attributes.names);
+bool EFIElemVisitor::check_rule(const XMLElement& elem, const ElementRule& rule) {
+  const bool all = (rule.flags & ALL_CHECKS) != 0;
+  const auto& [depth, parent, or_parent] = rule.place;
+  if (!check_element_stack(depth, "FUNCTION", parent) &&
+      (or_parent == nullptr || !check_element_stack(depth, "FUNCTION", or_parent))) {
+    report_unexpected_elem(elem, "");
+  }
+  if ((rule.flags & ONCE) != 0 && (all || ok())) {
+    report_unexpected_elem_stack_count(elem, 1);
+  }
+  if (all || ok()) {
+    report_unexpected_attrs(elem, rule.attributes.count, rule.attributes.names);
+  }
+  return ok();
 }
 
 const char* EFIElemVisitor::read_attribute(const XMLElement& elem,
@@ -190,7 +212,7 @@ bool EFIElemVisitor::read_unsigned(const XMLElement& elem, const RequiredAttribu
 }
 
 bool EFIElemVisitor::visit_efi_elem(const XMLElement& elem) {
-  const char* function_name = keeps_rule(elem) ? read_attribute(elem, FUNCTION_NAME) : nullptr;
+  const char* function_name = read_attribute(elem, FUNCTION_NAME);
   if (function_name == nullptr) {
     return false;
   }
@@ -205,25 +227,20 @@ bool EFIElemVisitor::visit_efi_elem(const XMLElement& elem) {
   return ok();
 }
 
-// The containers hold nothing of their own.
-bool EFIElemVisitor::visit_container(const XMLElement& elem) {
-  keeps_rule(elem);
+bool EFIElemVisitor::visit_attributes(const XMLElement&) {
   return ok();
 }
-bool EFIElemVisitor::visit_attributes(const XMLElement& elem) {
-  return visit_container(elem);
+bool EFIElemVisitor::visit_interface(const XMLElement&) {
+  return ok();
 }
-bool EFIElemVisitor::visit_interface(const XMLElement& elem) {
-  return visit_container(elem);
+bool EFIElemVisitor::visit_requirements(const XMLElement&) {
+  return ok();
 }
-bool EFIElemVisitor::visit_requirements(const XMLElement& elem) {
-  return visit_container(elem);
+bool EFIElemVisitor::visit_c_model(const XMLElement&) {
+  return ok();
 }
-bool EFIElemVisitor::visit_c_model(const XMLElement& elem) {
-  return visit_container(elem);
-}
-bool EFIElemVisitor::visit_resources(const XMLElement& elem) {
-  return visit_container(elem);
+bool EFIElemVisitor::visit_resources(const XMLElement&) {
+  return ok();
 }
 
 bool EFIElemVisitor::visit_is_stall_free(const XMLElement& elem) {
@@ -269,7 +286,7 @@ bool EFIElemVisitor::visit_yes_no(const XMLElement& elem, const char* name, YesN
 
 bool EFIElemVisitor::get_yes_no_attribute_value(const std::string& name, const XMLElement& elem,
                                                 bool& result) {
-  const char* text = keeps_rule(elem) ? read_attribute(elem, VALUE) : nullptr;
+  const char* text = read_attribute(elem, VALUE);
   if (text == nullptr) {
     return false;
   }
@@ -285,7 +302,7 @@ bool EFIElemVisitor::get_yes_no_attribute_value(const std::string& name, const X
 }
 
 bool EFIElemVisitor::get_attribute_value(const XMLElement& elem, int& result) {
-  const char* text = keeps_rule(elem) ? read_attribute(elem, VALUE) : nullptr;
+  const char* text = read_attribute(elem, VALUE);
   if (text == nullptr) {
     return false;
   }
@@ -297,7 +314,7 @@ bool EFIElemVisitor::get_attribute_value(const XMLElement& elem, int& result) {
 }
 
 bool EFIElemVisitor::get_attribute_value(const XMLElement& elem, float& result) {
-  const char* text = keeps_rule(elem) ? read_attribute(elem, VALUE) : nullptr;
+  const char* text = read_attribute(elem, VALUE);
   if (text == nullptr) {
     return false;
   }
@@ -309,7 +326,7 @@ bool EFIElemVisitor::get_attribute_value(const XMLElement& elem, float& result) 
 }
 
 bool EFIElemVisitor::visit_parameter(const XMLElement& elem) {
-  const char* name = keeps_rule(elem) ? read_attribute(elem, NAME) : nullptr;
+  const char* name = read_attribute(elem, NAME);
   const char* value = name != nullptr ? read_attribute(elem, VALUE) : nullptr;
   if (value == nullptr) {
     return false;
@@ -320,19 +337,12 @@ bool EFIElemVisitor::visit_parameter(const XMLElement& elem) {
 }
 
 bool EFIElemVisitor::visit_file(const XMLElement& elem) {
-  const bool is_source = check_element_stack_with_top(3, "FUNCTION", "REQUIREMENTS", "FILE");
-  const bool is_c_model = check_element_stack_with_top(3, "FUNCTION", "C_MODEL", "FILE");
-  if (!is_source && !is_c_model) {
-    report_unexpected_elem(elem, ""); // and its attributes are examined all the same
-  }
-  if (!report_unexpected_attrs(elem, 1, NAME.name)) {
-    return ok();
-  }
   const char* path = read_attribute(elem, NAME);
   if (path == nullptr) {
     return false;
   }
-  VEX_ASSERT_TEXT(is_source || is_c_model, "0");
+  const bool is_source = check_element_stack(2, "FUNCTION", "REQUIREMENTS");
+  VEX_ASSERT_TEXT(is_source || check_element_stack(2, "FUNCTION", "C_MODEL"), "0");
   (is_source ? m_elem->m_requirement_files : m_elem->m_c_model_files).emplace_back(path);
   return false; // nothing below it to walk
 }

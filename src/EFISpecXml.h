@@ -10,6 +10,7 @@
 
 namespace vex::efi::xml {
 
+struct ElementRule;
 struct RequiredAttribute;
 
 // Walks a component specification: the root element and the FUNCTION elements under it, each of
@@ -35,9 +36,9 @@ private:
   bool m_component_checks;
 };
 
-// Walks one FUNCTION element and fills one component. A table of rules says where each element may
-// stand, whether once only, and with which attributes, and names its handler. What can only be
-// judged on the whole is checked when an element closes.
+// Walks one FUNCTION element and fills one component. A table of rules contains the place of each
+// element, how often it may appear, its attributes and its handler. What depends on the whole
+// component is checked when an element closes.
 class EFIElemVisitor : public vex::xml::BaseVisitor {
 public:
   EFIElemVisitor(BaseVisitor* parent, EFISpec* spec, bool component_checks);
@@ -48,8 +49,8 @@ public:
                   const tinyxml2::XMLAttribute* first_attribute) override;
   bool VisitExit(const tinyxml2::XMLElement& elem) override;
 
-  // The handlers, each for an element of its name that is being visited; each begins with the
-  // element's rule. True descends into the element.
+  // The handlers, each for an element of its name that is being visited and that keeps its rule.
+  // They return true to descend into the element, and false after a report.
   bool visit_efi_elem(const tinyxml2::XMLElement& elem);
   bool visit_attributes(const tinyxml2::XMLElement& elem);
   bool visit_is_stall_free(const tinyxml2::XMLElement& elem);
@@ -75,15 +76,14 @@ public:
   bool visit_dsps(const tinyxml2::XMLElement& elem);
   bool visit_mlabs(const tinyxml2::XMLElement& elem);
 
-  // Read the "value" attribute of an element that keeps its rule; false after a report.
+  // Read the "value" attribute. False after a report.
   bool get_yes_no_attribute_value(const std::string& name, const tinyxml2::XMLElement& elem,
                                   bool& result);
   bool get_attribute_value(const tinyxml2::XMLElement& elem, int& result);
   bool get_attribute_value(const tinyxml2::XMLElement& elem, float& result);
 
 private:
-  bool keeps_rule(const tinyxml2::XMLElement& elem);
-  bool visit_container(const tinyxml2::XMLElement& elem);
+  bool check_rule(const tinyxml2::XMLElement& elem, const ElementRule& rule);
   bool visit_yes_no(const tinyxml2::XMLElement& elem, const char* name, YesNo& field);
 
   // The attribute's text, or null after reports.

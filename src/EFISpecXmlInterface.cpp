@@ -24,7 +24,7 @@ int find_signal(const std::string& type) {
 } // namespace
 
 bool EFIElemVisitor::port_in_use(const std::string& port) const {
-  // A signal without a port yet, and an output that is not given yet, stand for the empty name.
+  // A signal and an output that are not given yet have the empty name.
   const auto& signals = m_elem->m_signal_ports;
   const bool is_unset =
       port.empty() && (m_elem->m_output_name.empty() ||
@@ -33,7 +33,7 @@ bool EFIElemVisitor::port_in_use(const std::string& port) const {
 }
 
 bool EFIElemVisitor::visit_veyra(const XMLElement& elem) {
-  const char* port = keeps_rule(elem) ? read_attribute(elem, PORT) : nullptr;
+  const char* port = read_attribute(elem, PORT);
   const char* type = port != nullptr ? read_attribute(elem, TYPE) : nullptr;
   if (type == nullptr) {
     return false;
@@ -59,10 +59,10 @@ bool EFIElemVisitor::visit_veyra(const XMLElement& elem) {
   return ok();
 }
 
-// The rule and the attributes that INPUT and OUTPUT share.
+// What INPUT and OUTPUT share.
 bool EFIElemVisitor::read_data_port(const XMLElement& elem, const char* width_msg,
                                     std::string& port, unsigned& width) {
-  const char* text = keeps_rule(elem) ? read_attribute(elem, PORT) : nullptr;
+  const char* text = read_attribute(elem, PORT);
   if (text == nullptr || !read_unsigned(elem, WIDTH, width)) {
     return false;
   }
@@ -101,7 +101,7 @@ bool EFIElemVisitor::visit_output(const XMLElement& elem) {
 }
 
 bool EFIElemVisitor::visit_mem_input(const XMLElement& elem) {
-  const char* port = keeps_rule(elem) ? read_attribute(elem, PORT) : nullptr;
+  const char* port = read_attribute(elem, PORT);
   const char* access = port != nullptr ? read_attribute(elem, ACCESS) : nullptr;
   if (access == nullptr) {
     return false;
@@ -126,7 +126,7 @@ bool EFIElemVisitor::visit_mem_input(const XMLElement& elem) {
 bool EFIElemVisitor::visit_veyra_mem(const XMLElement& elem) {
   unsigned width = 0;
   unsigned burst_width = 0;
-  const char* port = keeps_rule(elem) ? read_attribute(elem, PORT) : nullptr;
+  const char* port = read_attribute(elem, PORT);
   if (port == nullptr || !read_unsigned(elem, WIDTH, width) ||
       !read_unsigned(elem, BURSTWIDTH, burst_width)) {
     return false;
