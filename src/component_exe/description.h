@@ -2,6 +2,7 @@
 #pragma once
 
 #include "EFISpec.h"
+#include "design.h"
 #include "finding.h"
 
 #include <array>
@@ -46,9 +47,15 @@ struct Description {
   // The name of such a file in messages: a path from the working directory, or PACKAGE(FILE).
   [[nodiscard]] std::string file_name(const std::string& file) const;
 
+  // The elaboration of a component's top module.
+  [[nodiscard]] ElaborationRequest request_for(std::size_t component) const;
+
   // A line of the description itself.
   [[nodiscard]] Place place(unsigned line) const { return {name, line}; }
 };
+
+// A path without needless "." and "..", so that a file has one name in messages.
+[[nodiscard]] std::string tidy_path(const std::string& path);
 
 // Loads and checks a specification with the specification library, whose diagnostics, in its order
 // and form, are printed to standard output. False when it has errors; the command then ends with

@@ -34,22 +34,44 @@ struct Parameter {
   bool is_local = false; // a localparam
 };
 
+// A file that the RTL reads while it runs, with $readmemh or $readmemb.
+struct DataFile {
+  std::string name; // as the RTL names it
+  Place place;
+};
+
 struct Design {
   std::string top;
   Place place; // of the module
   std::vector<Port> ports;
   std::vector<Parameter> parameters;
   std::vector<std::string> module_files; // paths of the files with a module of the design
+  std::vector<DataFile> data_files;
+  bool ignores_case = false; // VHDL, whose names are in lower case here
 
+  // The port that a description means by a name, or null.
   [[nodiscard]] const Port* find_port(const std::string& name) const;
 };
 
-// What to elaborate. Paths are absolute or relative to the working directory.
+// What to elaborate. Paths are absolute or relative to the working directory. The places of what
+// the description says are those that findings name; a description's request_for gives them, and
+// who asks for something else may leave them out.
 struct ElaborationRequest {
   std::string top;
   std::vector<std::string> files;                              // in the order of the description
   std::vector<std::pair<std::string, std::string>> parameters; // name and value
+
+  std::vector<std::string> file_names; // of the files in messages, parallel; or empty
+  Place top_place;
+  Place files_place;
+  std::vector<Place> file_places;      // where each file is listed, parallel; or empty
+  std::vector<Place> parameter_places; // parallel; or empty
 };
+
+// Elaborates the top module with verilator or ghdl, as the files demand. Faults of the RTL and the
+// description become findings of the report, failures of the tools its problems. Empty when the
+// ports could not be found out; there may be findings also when they could.
+[[nodiscard]] std::optional<Design> elaborate(const ElaborationRequest& request, Report& report);
 
 // Whether a path is Verilog or SystemVerilog to be compiled (.v, .sv), a VHDL file (.vhd, .vhdl),
 // an include file (.svh, .vh) or data (.hex, .mif), by its extension in any letter case.

@@ -13,6 +13,7 @@ const std::vector<Rule> RULES = {
     {"module-missing",
      "An instantiated module, a package or a unit is in none of the listed files"},
     {"module-twice", "Two listed files define one module"},
+    {"file-missing", "A listed file does not exist"},
     {"file-order", "The listed files work in another order only"},
     {"file-unneeded", "No module needs the listed file"},
     {"file-extension", "The listed file has an extension that packaging refuses"},

@@ -1,0 +1,167 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "description.h"
+
+#include "EFISpecXmlLoader.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <iterator>
+
+namespace bfcl::component {
+
+namespace {
+
+using tinyxml2::XMLElement;
+
+unsigned line_of(const XMLElement& element) {
+  return static_cast<unsigned>(element.GetLineNum());
+}
+
+// Visits an element's children, which a valid specification has in one place and order only.
+template <typename Visit>
+void for_each_child(const XMLElement& parent, Visit visit) {
+  for (const XMLElement* child = parent.FirstChildElement(); child != nullptr;
+       child = child->NextSiblingElement()) {
+    visit(*child, std::string(child->Name()));
+  }
+}
+
+void note_attributes(const XMLElement& attributes, ElementLines& lines) {
+  lines.attributes = line_of(attributes);
+  for_each_child(attributes, [&](const XMLElement& child, const std::string& name) {
+    if (name == "PARAMETER") {
+      lines.parameters.push_back(line_of(child));
+    } else if (name == "EXPECTED_LATENCY") {
+      lines.latency = line_of(child);
+    } else if (name == "CAPACITY") {
+      lines.capacity = line_of(child);
+    }
+  });
+}
+
+void note_signal(const XMLElement& signal, ElementLines& lines) {
+  const char* type = signal.Attribute("type");
+  const auto* found =
+      std::find_if(vex::efi::VRM_SIGNAL_NAME.begin(), vex::efi::VRM_SIGNAL_NAME.end(),
+                   [type](const char* name) { return std::strcmp(name, type) == 0; });
+  const auto index = std::distance(vex::efi::VRM_SIGNAL_NAME.begin(), found);
+  lines.signals.at(static_cast<std::size_t>(index)) = line_of(signal);
+}
+
+void note_interface(const XMLElement& interface, ElementLines& lines) {
+  lines.interface = line_of(interface);
+  for_each_child(interface, [&](const XMLElement& child, const std::string& name) {
+    if (name == "VEYRA") {
+      note_signal(child, lines);
+    } else if (name == "INPUT" || name == "MEM_INPUT") {
+      lines.inputs.push_back(line_of(child));
+    } else if (name == "OUTPUT") {
+      lines.output = line_of(child);
+    } else if (name == "VEYRA_MEM") {
+      lines.mem_ports.push_back(line_of(child));
+    }
+  });
+}
+
+unsigned note_files(const XMLElement& list, std::vector<unsigned>& lines) {
+  for_each_child(
+      list, [&](const XMLElement& file, const std::string&) { lines.push_back(line_of(file)); });
+  return line_of(list);
+}
+
+ElementLines lines_of_function(const XMLElement& function) {
+  ElementLines lines;
+  lines.function = line_of(function);
+  for_each_child(function, [&](const XMLElement& child, const std::string& name) {
+    if (name == "ATTRIBUTES") {
+      note_attributes(child, lines);
+    } else if (name == "INTERFACE") {
+      note_interface(child, lines);
+    } else if (name == "REQUIREMENTS") {
+      lines.requirements = note_files(child, lines.requirement_files);
+    } else if (name == "C_MODEL") {
+      lines.c_model = note_files(child, lines.c_model_files);
+    }
+  });
+  return lines;
+}
+
+// The lines of every FUNCTION of a valid document.
+std::vector<ElementLines> element_lines(const char* path) {
+  std::vector<ElementLines> lines;
+  tinyxml2::XMLDocument document;
+  if (document.LoadFile(path) == tinyxml2::XML_SUCCESS && document.RootElement() != nullptr) {
+    for_each_child(*document.RootElement(), [&](const XMLElement& child, const std::string&) {
+      lines.push_back(lines_of_function(child));
+    });
+  }
+  return lines;
+}
+
+// Each text ends in a newline already; an empty line follows it, as in the library tool.
+void print_diagnostics(const std::vector<std::string>& texts) {
+  for (const std::string& text : texts) {
+    std::puts(text.c_str());
+  }
+}
+
+} // namespace
+
+std::string tidy_path(const std::string& path) {
+  const std::filesystem::path given(path);
+  const std::filesystem::path normal = given.lexically_normal();
+  std::error_code error;
+  // "link/.." may lead elsewhere than the text says.
+  const bool same = normal == given || path.find("..") == std::string::npos ||
+                    std::filesystem::equivalent(given, normal, error);
+  return same && !normal.empty() ? normal.string() : path;
+}
+
+std::string Description::file_path(const std::string& file) const {
+  return folder.empty() ? file : folder + "/" + file;
+}
+
+std::string Description::file_name(const std::string& file) const {
+  return container.empty() ? tidy_path(file_path(file)) : container + "(" + file + ")";
+}
+
+ElaborationRequest Description::request_for(std::size_t component) const {
+  const vex::efi::EFIElem& elem = *spec->efi_elems()[component];
+  const ElementLines& at = lines[component];
+  ElaborationRequest request;
+  request.top = elem.m_module_name;
+  request.top_place = place(at.function);
+  request.files_place = place(at.requirements);
+  for (std::size_t i = 0; i < elem.m_requirement_files.size(); ++i) {
+    request.files.push_back(file_path(elem.m_requirement_files[i]));
+    request.file_names.push_back(file_name(elem.m_requirement_files[i]));
+    request.file_places.push_back(place(at.requirement_files[i]));
+  }
+  for (std::size_t i = 0; i < elem.m_parameter_names.size(); ++i) {
+    request.parameters.emplace_back(elem.m_parameter_names[i], elem.m_parameter_values[i]);
+    request.parameter_places.push_back(place(at.parameters[i]));
+  }
+  return request;
+}
+
+bool load_description(const std::string& path, Description& description) {
+  vex::efi::EFISpecXmlLoader loader(false, true);
+  description.spec.reset(loader.load_file(path.c_str()));
+  if (description.spec == nullptr) {
+    std::printf("Errors in HDL component specification file:");
+    print_diagnostics(loader.m_errors);
+    return false;
+  }
+  print_diagnostics(loader.m_warnings);
+  description.path = path;
+  const std::size_t slash = path.rfind('/');
+  // The library tool's rule, for which "/spec.xml" has no folder either.
+  description.folder = slash == std::string::npos ? "" : path.substr(0, slash);
+  description.name = tidy_path(path);
+  description.lines = element_lines(path.c_str());
+  return description.lines.size() == description.spec->efi_elems().size();
+}
+
+} // namespace bfcl::component

@@ -1,0 +1,241 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "rtl_text.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <numeric>
+#include <set>
+
+namespace bfcl::component {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::size_t MAX_NEIGHBOURS = 1000; // files that are searched, for folders full of others
+
+bool is_word(char character) {
+  return std::isalnum(static_cast<unsigned char>(character)) != 0 || character == '_' ||
+         character == '$';
+}
+
+std::string lower(std::string text) {
+  std::transform(text.begin(), text.end(), text.begin(),
+                 [](unsigned char byte) { return static_cast<char>(std::tolower(byte)); });
+  return text;
+}
+
+void blank(std::string& text, std::size_t from, std::size_t to) {
+  for (std::size_t at = from; at < std::min(to, text.size()); ++at) {
+    if (text[at] != '\n') {
+      text[at] = ' ';
+    }
+  }
+}
+
+// The end of a string that begins at a quotation mark: its closing mark, or the line's end.
+std::size_t string_end(const std::string& text, std::size_t at, FileKind kind) {
+  for (++at; at < text.size() && text[at] != '"' && text[at] != '\n'; ++at) {
+    if (text[at] == '\\' && kind == FileKind::verilog) {
+      ++at;
+    }
+  }
+  return at;
+}
+
+struct Word {
+  std::string text;
+  unsigned line = 0;
+};
+
+// Cuts a text into words; an escaped identifier is one without its backslash.
+class Words {
+public:
+  explicit Words(const std::string& text) : m_text(text) {}
+
+  bool next(Word& word) {
+    while (m_at < m_text.size() && !is_word(m_text[m_at]) && m_text[m_at] != '\\') {
+      m_line += m_text[m_at++] == '\n' ? 1U : 0U;
+    }
+    const bool is_escaped = m_at < m_text.size() && m_text[m_at] == '\\';
+    const std::size_t from = is_escaped ? ++m_at : m_at;
+    while (m_at < m_text.size() &&
+           (is_escaped ? std::isspace(static_cast<unsigned char>(m_text[m_at])) == 0
+                       : is_word(m_text[m_at]))) {
+      ++m_at;
+    }
+    word = {m_text.substr(from, m_at - from), m_line};
+    return m_at < m_text.size() || !word.text.empty();
+  }
+
+private:
+  const std::string& m_text;
+  std::size_t m_at = 0;
+  unsigned m_line = 1;
+};
+
+const std::set<std::string> VERILOG_UNITS = {"module",  "macromodule", "interface",
+                                             "package", "program",     "primitive"};
+const std::set<std::string> VHDL_UNITS = {"entity", "package", "context"};
+const std::set<std::string> NO_NAMES = {"automatic", "static", "class", "body", "is", "work"};
+
+} // namespace
+
+FileKind file_kind(const std::string& path) {
+  constexpr std::array<std::pair<const char*, FileKind>, 8> KINDS = {{{".v", FileKind::verilog},
+                                                                      {".sv", FileKind::verilog},
+                                                                      {".vhd", FileKind::vhdl},
+                                                                      {".vhdl", FileKind::vhdl},
+                                                                      {".svh", FileKind::include},
+                                                                      {".vh", FileKind::include},
+                                                                      {".hex", FileKind::data},
+                                                                      {".mif", FileKind::data}}};
+  const std::string extension = lower(fs::path(path).extension().string());
+  const auto* found = std::find_if(KINDS.begin(), KINDS.end(),
+                                   [&](const auto& kind) { return extension == kind.first; });
+  return found != KINDS.end() ? found->second : FileKind::other;
+}
+
+std::string read_text(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+std::string blank_comments(std::string text, FileKind kind) {
+  const std::string_view line_comment = kind == FileKind::vhdl ? "--" : "//";
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    std::size_t end = 0;
+    if (text.compare(at, 2, line_comment) == 0) {
+      end = std::min(text.find('\n', at), text.size());
+    } else if (text.compare(at, 2, "/*") == 0) {
+      const std::size_t close = text.find("*/", at + 2);
+      end = close == std::string::npos ? text.size() : close + 2;
+    } else if (text[at] == '"') {
+      end = string_end(text, at, kind);
+      blank(text, at + 1, end);
+      at = end;
+      continue;
+    } else {
+      continue;
+    }
+    blank(text, at, end);
+    at = end - 1;
+  }
+  return text;
+}
+
+std::vector<RtlUnit> units_in(const std::string& text, FileKind kind) {
+  const bool is_vhdl = kind == FileKind::vhdl;
+  const std::string code = blank_comments(text, kind);
+  const std::set<std::string>& keywords = is_vhdl ? VHDL_UNITS : VERILOG_UNITS;
+  std::vector<RtlUnit> units;
+  Words words(code);
+  std::string keyword; // whose name comes next
+  std::string last;
+  for (Word word; words.next(word);) {
+    const std::string name = is_vhdl ? lower(word.text) : word.text;
+    if (keywords.count(name) != 0 && last != "end" && last != "virtual") {
+      keyword = name;
+    } else if (!keyword.empty() && NO_NAMES.count(name) == 0) {
+      units.push_back({name, keyword == "package", word.line});
+      keyword.clear();
+    } else if (name == "body" || name == "class" || name == "work") {
+      keyword.clear(); // no definition of a unit
+    }
+    last = name;
+  }
+  return units;
+}
+
+bool has_word(const std::string& text, const std::string& word) {
+  for (std::size_t at = text.find(word); at != std::string::npos; at = text.find(word, at + 1)) {
+    const std::size_t end = at + word.size();
+    if ((at == 0 || !is_word(text[at - 1])) && (end == text.size() || !is_word(text[end]))) {
+      return true;
+    }
+  }
+  return false;
+}
+
+namespace {
+
+// Edits of one character, exchanges of neighbours among them, from one word to the other.
+std::size_t distance(const std::string& left, const std::string& right) {
+  std::vector<std::size_t> before_last;
+  std::vector<std::size_t> last(right.size() + 1);
+  std::iota(last.begin(), last.end(), 0U);
+  for (std::size_t row = 1; row <= left.size(); ++row) {
+    std::vector<std::size_t> current(right.size() + 1, row);
+    for (std::size_t column = 1; column <= right.size(); ++column) {
+      const std::size_t change = left[row - 1] == right[column - 1] ? 0 : 1;
+      current[column] =
+          std::min({last[column] + 1, current[column - 1] + 1, last[column - 1] + change});
+      if (row > 1 && column > 1 && left[row - 1] == right[column - 2] &&
+          left[row - 2] == right[column - 1]) {
+        current[column] = std::min(current[column], before_last[column - 2] + 1);
+      }
+    }
+    before_last = std::exchange(last, std::move(current));
+  }
+  return last.back();
+}
+
+} // namespace
+
+std::string nearest_name(const std::string& name, const std::vector<std::string>& candidates) {
+  std::string nearest;
+  std::size_t least = std::max<std::size_t>(1, name.size() / 3) + 1;
+  for (const std::string& candidate : candidates) {
+    const bool is_near = candidate.size() < 256 && name.size() < 256;
+    const std::size_t edits = is_near ? distance(lower(name), lower(candidate)) : least;
+    if (edits < least) {
+      least = edits;
+      nearest = candidate;
+    }
+  }
+  return nearest;
+}
+
+std::string suggestion(const std::string& name, const std::vector<std::string>& candidates) {
+  const std::string nearest = nearest_name(name, candidates);
+  return nearest.empty() ? "" : "; did you mean '" + nearest + "'?";
+}
+
+std::string neighbour_with(const std::string& unit, const ElaborationRequest& request) {
+  std::set<std::string> folders;
+  std::set<std::string> listed;
+  for (const std::string& file : request.files) {
+    std::error_code error;
+    folders.insert(fs::path(file).parent_path().string());
+    listed.insert(fs::weakly_canonical(file, error).string());
+  }
+  std::size_t searched = 0;
+  for (const std::string& folder : folders) {
+    std::error_code error;
+    std::set<std::string> files; // in an order that does not depend on the file system
+    for (fs::directory_iterator entry(folder.empty() ? "." : folder, error), end;
+         !error && entry != end; entry.increment(error)) {
+      files.insert((fs::path(folder) / entry->path().filename()).string());
+    }
+    for (const std::string& file : files) {
+      const FileKind kind = file_kind(file);
+      if ((kind != FileKind::verilog && kind != FileKind::vhdl) ||
+          listed.count(fs::weakly_canonical(file, error).string()) != 0 ||
+          !fs::is_regular_file(file, error) || ++searched > MAX_NEIGHBOURS) {
+        continue;
+      }
+      for (const RtlUnit& found : units_in(read_text(file), kind)) {
+        if (found.name == unit) {
+          return file;
+        }
+      }
+    }
+  }
+  return "";
+}
+
+} // namespace bfcl::component

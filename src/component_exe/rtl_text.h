@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include "design.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+// What can be read off the text of RTL sources without elaborating them: names, for messages that
+// help and to spare runs of the tools. What a component is judged by comes from the tools.
+
+namespace bfcl::component {
+
+// The bytes of a file; empty when it cannot be read.
+[[nodiscard]] std::string read_text(const std::string& path);
+
+// The text with comments and the contents of strings blanked out, at the same length and lines.
+[[nodiscard]] std::string blank_comments(std::string text, FileKind kind);
+
+// A module, interface, package, entity … that a text defines.
+struct RtlUnit {
+  std::string name; // of VHDL in lower case
+  bool is_package = false;
+  unsigned line = 0;
+};
+[[nodiscard]] std::vector<RtlUnit> units_in(const std::string& text, FileKind kind);
+
+// Whether a word (an identifier) is in a text.
+[[nodiscard]] bool has_word(const std::string& text, const std::string& word);
+
+// The candidate that `name` is most probably a misspelling of, or empty.
+[[nodiscard]] std::string nearest_name(const std::string& name,
+                                       const std::vector<std::string>& candidates);
+
+// "; did you mean 'NEAREST'?", or empty.
+[[nodiscard]] std::string suggestion(const std::string& name,
+                                     const std::vector<std::string>& candidates);
+
+// The path of a source that is not listed, in a folder of the listed ones or of the description,
+// that defines a unit; or empty.
+[[nodiscard]] std::string neighbour_with(const std::string& unit,
+                                         const ElaborationRequest& request);
+
+} // namespace bfcl::component
