@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
+#include "check_model.h"
 #include "commands.h"
 #include "description.h"
 #include "interface_rules.h"
@@ -35,6 +36,7 @@ void check_component(Task& task) {
   if (design) {
     check_interface(description, task.component, *design, task.report);
   }
+  check_model(description, task.component, task.report);
   if (task.report.status() == STATUS_OK) {
     const std::string& name = description.spec->efi_elems()[task.component]->m_function_name;
     task.report.note(description.name, name + ": ok");
