@@ -86,16 +86,18 @@ ordered_json as_sarif(const Finding& finding) {
     location["region"] = {{"startLine", finding.place.line}};
   }
   const ordered_json place = {{"physicalLocation", location}};
+  const std::string details = finding.details.empty() ? "" : "\n" + finding.details;
   return {{"ruleId", finding.rule},
           {"level", name_of(finding.severity)},
-          {"message", {{"text", finding.text}}},
+          {"message", {{"text", finding.text + details}}},
           {"locations", ordered_json::array({place})}};
 }
 
 } // namespace
 
-void Report::error(const char* rule, Place place, std::string text) {
-  m_findings.push_back({std::move(place), Severity::error, rule, std::move(text)});
+void Report::error(const char* rule, Place place, std::string text, std::string details) {
+  m_findings.push_back(
+      {std::move(place), Severity::error, rule, std::move(text), std::move(details)});
 }
 
 void Report::warning(const char* rule, Place place, std::string text) {
@@ -141,10 +143,10 @@ void Report::print_problems() const {
 
 void Report::print() {
   sort();
-  for (const auto& [place, severity, rule, text] : m_findings) {
+  for (const auto& [place, severity, rule, text, details] : m_findings) {
     const std::string line = place.line != 0 ? ":" + std::to_string(place.line) : "";
-    std::printf("%s%s: %s: %s [%s]\n", place.file.c_str(), line.c_str(), name_of(severity),
-                text.c_str(), rule.c_str());
+    std::printf("%s%s: %s: %s [%s]\n%s", place.file.c_str(), line.c_str(), name_of(severity),
+                text.c_str(), rule.c_str(), details.c_str());
   }
   for (const auto& [subject, text] : m_notes) {
     std::printf("%s: %s\n", subject.c_str(), text.c_str());

@@ -24,8 +24,9 @@ enum class Severity { error, warning };
 struct Finding {
   Place place;
   Severity severity = Severity::error;
-  std::string rule; // an entry of RULES
-  std::string text; // one line, without a full stop at its end
+  std::string rule;         // an entry of RULES
+  std::string text;         // one line, without a full stop at its end
+  std::string details = {}; // whole lines for below it, such as a table; may be empty
 
   auto operator<=>(const Finding&) const = default;
 };
@@ -48,7 +49,7 @@ inline constexpr int STATUS_NOT_CHECKED = 2;
 // own, and merge() joins them.
 class Report {
 public:
-  void error(const char* rule, Place place, std::string text);
+  void error(const char* rule, Place place, std::string text, std::string details = {});
   void warning(const char* rule, Place place, std::string text);
 
   // Something that kept `subject` (a file as the user named it) from being checked: a tool that is
@@ -67,8 +68,8 @@ public:
 
   // Prints the findings, sorted by file, line and text, each once, as
   //   FILE:LINE: error: TEXT [RULE]
-  // (without ":LINE" for line 0), then the notes, both to standard output; and the problems to
-  // standard error, as "bfcl-component: SUBJECT: TEXT".
+  // (without ":LINE" for line 0) with its details below it, then the notes, both to standard
+  // output; and the problems to standard error, as "bfcl-component: SUBJECT: TEXT".
   void print();
 
   // Prints the same as one SARIF 2.1.0 document to standard output; problems become notifications
