@@ -1,55 +1,15 @@
 # For builds that package components and make libraries of them:
 #
-#   bfcl_add_component(NAME SPEC spec.xml [OUTPUT file.bfco])
+#   bfcl_add_component(NAME SPEC spec.xml [OUTPUT file.bfco] [DEPENDS file...] [CHECK])
 #   bfcl_add_library(NAME [VENDOR vendor] [VERSION version] [OUTPUT file.bfclib]
 #                    [COMPONENTS component...] [OPENCL package...])
 #
 # Each makes a target NAME of the default build and one file, NAME.bfco or NAME.bfclib in the
 # current binary folder unless OUTPUT says otherwise. The target's property BFCL_FILE is its path.
-# COMPONENTS and OPENCL take targets and package files.
+# COMPONENTS and OPENCL take targets and package files. DEPENDS names files that the build makes and
+# the specification names. CHECK adds a target NAME_check, which checks the component.
 include_guard(GLOBAL)
-
-# Appends to a list in the caller the files that a specification names, as absolute paths.
-function(_bfcl_read_file_names spec result)
-  file(READ "${spec}" text)
-  get_filename_component(folder "${spec}" DIRECTORY)
-  file(REAL_PATH "${folder}" real_folder)
-  set(files "")
-  # Piece by piece: names may hold what is special in lists.
-  while(text MATCHES "<!--|<FILE[ \t\r\n]+name[ \t\r\n]*=[ \t\r\n]*(\"[^\"]*\"|'[^']*')")
-    set(found "${CMAKE_MATCH_0}")
-    set(name "${CMAKE_MATCH_1}")
-    string(FIND "${text}" "${found}" place)
-    string(LENGTH "${found}" length)
-    math(EXPR place "${place} + ${length}")
-    string(SUBSTRING "${text}" ${place} -1 text)
-    if(found STREQUAL "<!--")
-      string(FIND "${text}" "-->" place)
-      if(place LESS 0)
-        break()
-      endif()
-      string(SUBSTRING "${text}" ${place} -1 text)
-      continue()
-    endif()
-    string(REGEX REPLACE "^.(.*).$" "\\1" name "${name}")
-    foreach(entity "&lt;=<" "&gt;=>" "&apos;='" "&quot;=\"" "&amp;=&")
-      string(REGEX MATCH "^(&[a-z]+;)=(.)" entity "${entity}")
-      string(REPLACE "${CMAKE_MATCH_1}" "${CMAKE_MATCH_2}" name "${name}")
-    endforeach()
-    if(name MATCHES "[;\n]|&#")
-      message(FATAL_ERROR "${spec}: file name '${name}' cannot be a dependency in CMake")
-    endif()
-    # Through a link to the folder, ".." leads where the real folder lies.
-    set(base "${folder}")
-    if(name MATCHES "\\.\\." AND EXISTS "${real_folder}/${name}")
-      set(base "${real_folder}")
-    endif()
-    get_filename_component(file "${base}/${name}" ABSOLUTE)
-    list(APPEND files "${file}")
-  endwhile()
-  list(REMOVE_DUPLICATES files)
-  set(${result} "${files}" PARENT_SCOPE)
-endfunction()
+cmake_policy(VERSION 3.21) # dependency files for all generators
 
 # The absolute path of an output file, whose folder is made.
 function(_bfcl_output_path file result)
@@ -67,13 +27,27 @@ macro(_bfcl_check_arguments)
   endif()
 endmacro()
 
-function(_bfcl_add_target name output)
-  add_custom_target(${name} ALL DEPENDS "${output}")
-  set_target_properties(${name} PROPERTIES BFCL_FILE "${output}")
+# A target with a command that makes one file from a specification and the files that it names.
+function(_bfcl_add_command target spec output depends comment)
+  set(forget "")
+  if(CMAKE_GENERATOR MATCHES "Makefiles")
+    # There CMake adds new dependencies to the old ones: it would wait forever for a deleted file.
+    set(known "${CMAKE_CURRENT_BINARY_DIR}/CMakeFiles/${target}.dir/compiler_depend.internal")
+    set(forget COMMAND "${CMAKE_COMMAND}" -E rm -f "${known}")
+  endif()
+  add_custom_command(OUTPUT "${output}"
+    ${ARGN}
+    COMMAND bfcl::bfcl-component deps "${spec}" --target "${output}" -o "${output}.d"
+    ${forget}
+    DEPENDS "${spec}" ${depends} bfcl::bfcl-library bfcl::bfcl-component
+    DEPFILE "${output}.d"
+    COMMENT "${comment}"
+    VERBATIM)
+  add_custom_target(${target} ALL DEPENDS "${output}")
 endfunction()
 
 function(bfcl_add_component name)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" "SPEC;OUTPUT" "")
+  cmake_parse_arguments(PARSE_ARGV 1 arg "CHECK" "SPEC;OUTPUT" "DEPENDS")
   _bfcl_check_arguments()
   if(NOT DEFINED arg_SPEC)
     message(FATAL_ERROR "bfcl_add_component(${name}): SPEC is missing")
@@ -86,15 +60,15 @@ function(bfcl_add_component name)
     set(arg_OUTPUT ${name}.bfco)
   endif()
   _bfcl_output_path("${arg_OUTPUT}" output)
-  _bfcl_read_file_names("${spec}" files)
-  # The list of files may change with the specification.
-  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${spec}")
-  add_custom_command(OUTPUT "${output}"
-    COMMAND bfcl::bfcl-library hdl-comp-pkg "${spec}" -o "${output}"
-    DEPENDS "${spec}" ${files} bfcl::bfcl-library
-    COMMENT "Packaging component ${name}"
-    VERBATIM)
-  _bfcl_add_target(${name} "${output}")
+  _bfcl_add_command(${name} "${spec}" "${output}" "${arg_DEPENDS}" "Packaging component ${name}"
+    COMMAND bfcl::bfcl-library hdl-comp-pkg "${spec}" -o "${output}")
+  set_target_properties(${name} PROPERTIES BFCL_FILE "${output}")
+  if(arg_CHECK)
+    set(stamp "${output}.checked")
+    _bfcl_add_command(${name}_check "${spec}" "${stamp}" "${arg_DEPENDS}" "Checking component ${name}"
+      COMMAND bfcl::bfcl-component check "${spec}"
+      COMMAND "${CMAKE_COMMAND}" -E touch "${stamp}")
+  endif()
 endfunction()
 
 # The path of a package, given as a target or a file, and what to depend on for it.
@@ -178,5 +152,6 @@ function(bfcl_add_library name)
     WORKING_DIRECTORY "${CMAKE_BINARY_DIR}"
     COMMENT "Making library ${name}"
     VERBATIM)
-  _bfcl_add_target(${name} "${output}")
+  add_custom_target(${name} ALL DEPENDS "${output}")
+  set_target_properties(${name} PROPERTIES BFCL_FILE "${output}")
 endfunction()

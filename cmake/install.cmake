@@ -110,9 +110,12 @@ bfcl_publish(spec EFISpecHandle.h "Component specifications, in plain C"
   MODULES efi_spec vex_xml NEEDS tinyxml2::tinyxml2=tinyxml2)
 target_compile_features(bfcl_pkg INTERFACE cxx_std_17)
 
-add_executable(bfcl::bfcl-library ALIAS shelver_exe)
-set_target_properties(shelver_exe PROPERTIES EXPORT_NAME bfcl-library)
-install(TARGETS shelver_exe EXPORT bfcl-library-program RUNTIME COMPONENT program)
+foreach(program shelver_exe=bfcl-library component_exe=bfcl-component package_exe=bfcl-package)
+  string(REGEX MATCH "(.+)=(.+)" program ${program})
+  add_executable(bfcl::${CMAKE_MATCH_2} ALIAS ${CMAKE_MATCH_1})
+  set_target_properties(${CMAKE_MATCH_1} PROPERTIES EXPORT_NAME ${CMAKE_MATCH_2})
+  install(TARGETS ${CMAKE_MATCH_1} EXPORT bfcl-library-program RUNTIME COMPONENT program)
+endforeach()
 install(PROGRAMS ${PROJECT_BINARY_DIR}/bin/bfcl
   DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT launcher)
 

@@ -36,7 +36,7 @@ install_build_packages() {
 # The tools that only some tests need. Without them these tests are skipped.
 install_optional_packages() {
   install_packages iverilog verilator clang llvm libxml2-utils zsh fish file scdoc mandoc \
-    ninja-build scons ||
+    ninja-build ||
     echo "could not install them: the tests that need them will be skipped"
 }
 

@@ -1,16 +1,16 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: BSD-3-Clause
 #
-# Builds this project in copies, with CMake (Make and Ninja), plain make and SCons, changes its
-# inputs, and looks at what is made again. Uses the installed bfcl-library, or that of the build
-# folder BFCL_BUILD. Exit status: 0 all well, 1 a fault, 77 a build system was missing.
+# Builds this project in copies, with CMake (Make and Ninja) and plain make, changes its inputs, and
+# looks at what is made again. Uses the installed programs, or those of the build folder BFCL_BUILD.
+# Exit status: 0 all well, 1 a fault, 77 a build system was missing.
 set -euo pipefail
 
 examples=$(cd "$(dirname "${BASH_SOURCE[0]}")/../examples" && pwd)
-bfcl="bfcl-library"
+bfcl=bfcl
 options=()
 if [[ -n ${BFCL_BUILD:-} ]]; then
-  bfcl=$(realpath "$BFCL_BUILD")/bin/bfcl-library
+  bfcl=$(realpath "$BFCL_BUILD")/bin/bfcl
   options=(-Dbfcl-library_DIR="$(realpath "$BFCL_BUILD")/cmake")
 fi
 
@@ -38,7 +38,8 @@ rebuild() { # PACKAGES LIBRARIES COMMAND...
   [[ $(grep -cE 'Making|create -name' log) -eq $libraries ]] || fail "not $libraries libraries: $*"
 }
 
-# Changes a source, the specification, the list of sources in it, and a source new in the list.
+# Changes a source, the specification, the list of sources in it, a source new in the list and a file
+# that this one includes; then takes them away again.
 change_inputs() { # FOLDER PACKAGES LIBRARIES COMMAND...
   local folder=$1 counts=("$2" "$3")
   shift 3
@@ -48,11 +49,19 @@ change_inputs() { # FOLDER PACKAGES LIBRARIES COMMAND...
   rebuild 1 "${counts[1]}" "$@"
   sed -i 's|<ALUTS value="116"/>|<ALUTS value="117"/>|' "$folder/minmax/minmax.xml"
   rebuild 1 "${counts[1]}" "$@"
-  cp "$folder/common/skid_buffer.v" "$folder/common/new.v"
-  sed -i 's|<FILE name="../common/skid_buffer.v"/>|&\n<FILE name="../common/new.v"/>|' \
-    "$folder/minmax/minmax.xml"
+  echo '`include "new header.svh"' >"$folder/common/new file.v"
+  echo "// included" >"$folder/common/new header.svh"
+  cp "$folder/minmax/minmax.xml" minmax.xml
+  sed -i "s|<FILE name=\"../common/skid_buffer.v\"/>|<!-- <FILE name=\"none.v\"/> -->\n&<FILE\n\
+      name = '../common/new \&#102;ile.v'/>|" "$folder/minmax/minmax.xml"
   rebuild 1 "${counts[1]}" "$@"
-  echo "// changed again" >>"$folder/common/new.v"
+  rebuild 0 0 "$@"
+  echo "// changed again" >>"$folder/common/new file.v"
+  rebuild 1 "${counts[1]}" "$@"
+  echo "// changed again" >>"$folder/common/new header.svh"
+  rebuild 1 "${counts[1]}" "$@"
+  rm "$folder/common/new header.svh" "$folder/common/new file.v"
+  cp minmax.xml "$folder/minmax/minmax.xml"
   rebuild 1 "${counts[1]}" "$@"
   rebuild 0 0 "$@"
   printf 'ok   %s\n' "$folder"
@@ -73,30 +82,12 @@ for generator in "Unix Makefiles" Ninja; do
   "$folder/build/list_functions" "$folder.bfclib" >log
   [[ $(grep -c . log) -eq 3 ]] || fail "the library lacks functions"
   "$folder/build/list_files" "$folder/minmax/minmax.xml" >log
-  grep -q '^max_u8x8: .*new.v$' log || fail "the specification lacks files"
+  grep -q '^max_u8x8: .*skid_buffer.v$' log || fail "the specification lacks files"
 done
 
 checkout make
 change_inputs make 2 1 make -C make/consumer -j4 BFCL="$bfcl"
 cp make/consumer/build/bits.bfclib make.bfclib
-
-# A second checkout takes from the cache what the first has made.
-if command -v scons >scons.log; then
-  checkout scons
-  change_inputs scons 2 1 scons -j4 -C scons/consumer CACHE="$work/cache" BFCL="$bfcl"
-  cp -r scons again
-  rm -r again/consumer/build
-  rebuild 0 0 scons -C again/consumer CACHE="$work/cache" BFCL="$bfcl"
-  [[ $(grep -c '^Retrieved' log) -eq 3 ]] || fail "the cache was not used"
-  cp again/consumer/build/bits.bfclib scons.bfclib
-  # A folder's name that goes into a package does not come from the cache.
-  mv again/minmax again/renamed
-  sed -i 's|minmax/minmax.xml|renamed/minmax.xml|' again/consumer/SConstruct
-  rm -r again/consumer/build
-  rebuild 1 1 scons -C again/consumer CACHE="$work/cache" BFCL="$bfcl"
-else
-  missing+=(scons)
-fi
 
 for library in *.bfclib; do
   cmp "$library" make.bfclib || fail "the bytes of $library differ"

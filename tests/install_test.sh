@@ -87,15 +87,3 @@ sed -i 's/ COMPONENTS libraries//; /list_functions\|own_names/d' consumer/CMakeL
 cmake -S consumer -B without -DCMAKE_PREFIX_PATH="$work/program" >log
 cmake --build without >log
 cmp out/bits.bfclib without/bits.bfclib
-
-# The files that a specification names: none in comments, XML entities resolved.
-cat >names.xml <<'END'
-<!-- <FILE name="no.v"/> --><A><FILE name="a[1].v"/><FILE
- name = '../b&amp;&quot;.v'/><FILE name="sub/../c.v"/><!-- --><FILE name="/d.v"/></A>
-END
-cat >names.cmake <<END
-include("$(find "$work/prefix" -name bfcl-library-functions.cmake)")
-_bfcl_read_file_names("$work/names.xml" files)
-message("\${files}")
-END
-expect "$(cmake -P names.cmake 2>&1)" "$work/a[1].v;${work%/*}/b&\".v;$work/c.v;$work/d.v"
