@@ -95,6 +95,8 @@ WRAP(long, pwrite, (int fd, const void* from, size_t size, long at), (fd, from, 
      next(fd, from, size / 2, at), -1)
 WRAP(long, write, (int fd, const void* from, size_t size), (fd, from, size),
      next(fd, from, size / 2), -1)
+WRAP(int, mkostemp, (char* path, int flags), (path, flags), NOTHING, -1)
+WRAP(int, fchmod, (int fd, unsigned mode), (fd, mode), NOTHING, -1)
 WRAP(int, fcntl, (int fd, int command, long argument), (fd, command, argument), NOTHING, -1)
 WRAP(int, memfd_create, (const char* name, unsigned flags), (name, flags), NOTHING, -1)
 WRAP(int, fsync, (int fd), (fd), NOTHING, -1)

@@ -5,10 +5,13 @@
 #include "malloc_ptr.h"
 #include "opencl.h"
 #include "package.h"
+#include "unique_fd.h"
 #include "usage.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -27,6 +30,63 @@ constexpr mode_t EMULATION_DIRECTORY_MODE = 0770;
 // The most that the listing of one package's section names may fill, in bytes. Only what the names
 // take of it is ever touched.
 constexpr std::size_t NAME_LIST_SIZE = 0x4000000;
+
+bool report_open_error() {
+  const int error = errno;
+  std::fflush(stdout); // both streams may be one pipe
+  std::fprintf(stderr, "Couldn't open file for writing: %s\n", std::strerror(error));
+  return false;
+}
+
+// A file's bytes under a name that no other process uses.
+class PartFile {
+public:
+  explicit PartFile(const std::string& folder) : m_path(folder + "/.bfcl-XXXXXX") {
+    m_fd = unique_fd(mkostemp(m_path.data(), O_CLOEXEC));
+  }
+  ~PartFile() {
+    if (m_fd) {
+      unlink(m_path.c_str());
+    }
+  }
+  PartFile(const PartFile&) = delete;
+  PartFile& operator=(const PartFile&) = delete;
+
+  [[nodiscard]] int fd() const { return m_fd.get(); }
+  [[nodiscard]] bool rename_to(const std::string& path) {
+    if (std::rename(m_path.c_str(), path.c_str()) != 0) {
+      return false;
+    }
+    m_fd = unique_fd();
+    return true;
+  }
+
+private:
+  std::string m_path;
+  unique_fd m_fd;
+};
+
+// Writes a file that is not there yet. It gets its name when it is whole: the next run leaves a
+// file of that name alone, and another run may write it at the same time. The messages are those of
+// the container.
+bool write_new_file(const std::string& path, const void* bytes, std::size_t size) {
+  PartFile part(directory_part(path));
+  const mode_t mask = umask(0);
+  umask(mask);
+  if (part.fd() < 0 || fchmod(part.fd(), 0666 & ~mask) != 0) {
+    return report_open_error();
+  }
+  const std::size_t written = move_all(size, [&](std::size_t done, std::size_t left) {
+    return write(part.fd(), static_cast<const char*>(bytes) + done, left);
+  });
+  if (written < size) {
+    std::fflush(stdout);
+    std::fprintf(stderr, "Wrote only %zu out of %zu bytes into %s for writing", written, size,
+                 path.c_str());
+    return false;
+  }
+  return part.rename_to(path) || report_open_error();
+}
 
 // Extracts the C models of one library's components.
 class CModelExtraction {
@@ -120,14 +180,12 @@ bool CModelExtraction::extract_file(vex_pkg_file* component, const char* section
     return true;
   }
   std::printf("%s\n", output.c_str());
-  // The next run would take a part of the file for the whole, if this one failed or was killed. The
-  // name is this process's own, as others may write into the same folder.
-  const std::string part = m_destination + "/.bfcl-" + std::to_string(getpid());
-  unlink(part.c_str());
-  if (vex_pkg_read_section_into_file(component, model.c_str(), part.c_str()) == 0 ||
-      std::rename(part.c_str(), output.c_str()) != 0) {
+  std::size_t size = 0;
+  void* data = nullptr;
+  if (vex_pkg_section_exists(component, model.c_str(), &size) == 0 ||
+      vex_pkg_read_section_transient(component, model.c_str(), &data) == 0 ||
+      !write_new_file(output, data, size)) {
     std::printf("Cannot write section %s to file %s!\n", model.c_str(), output.c_str());
-    unlink(part.c_str());
     return false;
   }
   return true;
