@@ -82,15 +82,17 @@ bool add_listed_file(vex_pkg_file* pkg, const std::string& name, const std::stri
   return add_sourcefile_to_container(pkg, kind.prefix.c_str(), name.c_str(), path.c_str()) != 0;
 }
 
-int add_text_section(vex_pkg_file* pkg, const char* name, const std::string& text) {
-  return static_cast<int>(vex_pkg_add_data_section(pkg, name, text.data(), text.size()));
+bool add_text_section(vex_pkg_file* pkg, const char* name, const std::string& text) {
+  return vex_pkg_add_data_section(pkg, name, text.data(), text.size()) != 0;
 }
 
-// What goes into a package, gathered from the components of a specification.
+// What goes into a package, gathered from the components of a specification. Its texts must live
+// until the package is closed.
 struct PackageContents {
   explicit PackageContents(const efi_spec_handle* spec);
 
   std::string header; // the component header table
+  std::string prefix; // the directory prefix
   std::vector<std::string> sources;
   std::vector<std::string> c_models;
 };
@@ -111,21 +113,34 @@ PackageContents::PackageContents(const efi_spec_handle* spec) {
 }
 
 // Adds all sections, up to the first failure.
-bool add_contents(vex_pkg_file* pkg, PackageContents& contents, const std::string& prefix,
-                  const std::string& spec_path) {
+bool add_contents(vex_pkg_file* pkg, PackageContents& contents, const std::string& spec_path) {
   const PkgSectionKind source_kind(SOURCE_SECTION_PREFIX, {"v", "sv", "svh", "vhd", "hex", "mif"});
   const PkgSectionKind c_model_kind(C_MODEL_SECTION_PREFIX, {});
   const std::string spec_dir = directory_part(spec_path);
-  if (add_text_section(pkg, DIR_CONTAINER_SECTION_NAME, prefix) == 0 ||
+  if (!add_text_section(pkg, DIR_CONTAINER_SECTION_NAME, contents.prefix) ||
       add_filenames_to_pkg(pkg, contents.sources, spec_dir, source_kind) == 0 ||
       add_filenames_to_pkg(pkg, contents.c_models, spec_dir, c_model_kind) == 0 ||
       add_sourcefile_to_container(pkg, XML_SPEC_SECTION_PREFIX, base_name(spec_path).c_str(),
                                   spec_path.c_str()) == 0) {
     return false;
   }
-  if (add_text_section(pkg, COMP_HEADER_SECTION_NAME, contents.header) == 0) {
+  if (!add_text_section(pkg, COMP_HEADER_SECTION_NAME, contents.header)) {
     std::printf("Error: Couldn't add section %s\n", COMP_HEADER_SECTION_NAME);
     return false;
+  }
+  return true;
+}
+
+// The readers of the tables split them at white space.
+bool check_function_names(const efi_spec_handle* spec, const std::string& spec_path) {
+  for (int i = 0; i < get_num_efi_elems(spec); ++i) {
+    const std::string name = get_function_name(get_efi_elem(spec, i));
+    if (name.empty() || name.find_first_of(" \t\n\v\f\r") != std::string::npos) {
+      std::printf(
+          "Error: Function %d of file %s has a name that is empty or contains white space!\n",
+          i + 1, spec_path.c_str());
+      return false;
+    }
   }
   return true;
 }
@@ -224,7 +239,8 @@ int create_component_container(int argc, char** argv) {
   }
   VEX_ASSERT(!output_file.empty());
   PackageContents contents(spec.get());
-  if (!check_output_is_no_input(output_file, find_input_files(spec_path, contents))) {
+  if (!check_function_names(spec.get(), spec_path) ||
+      !check_output_is_no_input(output_file, find_input_files(spec_path, contents))) {
     return 1;
   }
   vex_pkg_ptr pkg = create_new_package(output_file);
@@ -234,8 +250,8 @@ int create_component_container(int argc, char** argv) {
   }
   const int depth = std::max(find_max_directory_depth(contents.sources),
                              find_max_directory_depth(contents.c_models));
-  const std::string prefix = gen_directory_prefix(depth, directory_part(spec_path));
-  const bool added = add_contents(pkg.get(), contents, prefix, spec_path);
+  contents.prefix = gen_directory_prefix(depth, directory_part(spec_path));
+  const bool added = add_contents(pkg.get(), contents, spec_path);
   const bool written = close_new_package(std::move(pkg), output_file);
   return added && written ? 0 : 1;
 }
