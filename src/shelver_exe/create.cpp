@@ -29,44 +29,19 @@ const char* NAMED_ARGS[NAMED_ARG_COUNT] = {"-name", "-vendor", "-version", "-o"}
 
 constexpr const char* TOOL_VERSION = "18.1.0.222";
 
-// Removes the file of a library that was begun when it goes, unless it was finished.
-class OutputGuard {
-public:
-  explicit OutputGuard(std::string path) : m_path(std::move(path)) {}
-  ~OutputGuard() { remove_file(); }
-  OutputGuard(const OutputGuard&) = delete;
-  OutputGuard& operator=(const OutputGuard&) = delete;
-
-  void arm() { m_armed = true; }
-  void disarm() { m_armed = false; }
-
-  // Of a symbolic link, the file that it leads to, unless its full path can't be told.
-  void remove_file() const {
-    std::array<char, PATH_MAX> target = {};
-    if (m_armed && file_is_a_regular_file(m_path)) {
-      const char* path = realpath(m_path.c_str(), target.data());
-      unlink(path != nullptr ? path : m_path.c_str());
-    }
-  }
-
-private:
-  std::string m_path;
-  bool m_armed = false;
-};
-
-// One library in the making. Its members go in reverse order: the library is closed (which writes
-// it), then the bitcode files are removed, then the output file of a failed run.
+// One library in the making. It is closed (which writes it) when it is destroyed; then the bitcode
+// files are removed, and the output file unless the library was finished.
 class LibraryBuild {
 public:
   LibraryBuild(const std::string& path, const std::vector<std::string>& inputs)
-      : m_path(path), m_output(path), m_opencl(path, inputs) {
-    s_current = this;
-    vex_assert_cleanup = [] {
-      s_current->m_opencl.remove_files();
-      s_current->m_output.remove_file();
-    };
+      : m_path(path), m_opencl(path, inputs) {
+    vex_assert_cleanup = [this] { remove_files(); }; // output of "bfcl-opt" can fail an assertion
   }
-  ~LibraryBuild() { vex_assert_cleanup = nullptr; }
+  ~LibraryBuild() {
+    vex_assert_cleanup = nullptr;
+    m_library.reset();
+    remove_files();
+  }
   LibraryBuild(const LibraryBuild&) = delete;
   LibraryBuild& operator=(const LibraryBuild&) = delete;
 
@@ -82,9 +57,10 @@ private:
   bool read_header(vex_pkg_file* package, const std::string& path);
   bool parse_header(const std::string& path, std::string& first_function, std::string& section);
   bool check_kernels() const;
+  void remove_files() const;
 
   std::string m_path;
-  OutputGuard m_output;
+  bool m_remove_output = false;
   OpenClCode m_opencl;
   std::vector<std::string> m_functions; // HDL first, in processing order, then OpenCL
   std::vector<std::string> m_kernels;
@@ -94,20 +70,27 @@ private:
   std::size_t m_header_capacity = 0;
   InputPackages m_inputs;
   vex_pkg_ptr m_library;
-
-  static inline const LibraryBuild* s_current = nullptr; // whose files a failed assertion removes
 };
 
-bool LibraryBuild::open() {
-  if (!find_file_id(m_path)) {
-    m_output.arm(); // an opening that fails may have made the file
+// Of a symbolic link, the file that it leads to, unless its full path cannot be found.
+void LibraryBuild::remove_files() const {
+  m_opencl.remove_files();
+  std::array<char, PATH_MAX> target = {};
+  if (m_remove_output && file_is_a_regular_file(m_path)) {
+    const char* path = realpath(m_path.c_str(), target.data());
+    unlink(path != nullptr ? path : m_path.c_str());
   }
+}
+
+bool LibraryBuild::open() {
+  // An opening that fails may have made the file.
+  m_remove_output = find_file_id(m_path).state == FileId::ABSENT;
   m_library = create_new_package(m_path);
   if (m_library == nullptr) {
     std::printf("Error: Cannot create library file %s\n", m_path.c_str());
     return false;
   }
-  m_output.arm();
+  m_remove_output = true;
   return true;
 }
 
@@ -232,6 +215,11 @@ bool LibraryBuild::add_texts(const std::vector<std::string>& values) {
   const auto value_or = [&values](NamedArg arg, const char* none) {
     return values[arg].empty() ? std::string(none) : values[arg];
   };
+  if (m_functions.size() > SHELVER_MAX_COMP_TABLE_ENTRIES) {
+    std::printf("Error: The library would have %zu functions, more than the %u that can be read!\n",
+                m_functions.size(), SHELVER_MAX_COMP_TABLE_ENTRIES);
+    return false;
+  }
   m_table += END_OF_TABLE;
   if (!add(COMP_TABLE_SECTION_NAME, m_table)) {
     std::printf("Error: Cannot add table section to the new library!\n");
@@ -250,14 +238,9 @@ bool LibraryBuild::add_texts(const std::vector<std::string>& values) {
   return true;
 }
 
-// A run that could not print its progress fails, too.
 bool LibraryBuild::finish() {
-  if (!close_new_package(std::move(m_library), m_path) || std::fflush(stdout) != 0 ||
-      std::ferror(stdout) != 0) {
-    return false;
-  }
-  m_output.disarm();
-  return true;
+  m_remove_output = !close_new_package(std::move(m_library), m_path);
+  return !m_remove_output;
 }
 
 // The name of the library to make, or "" after a message.

@@ -22,25 +22,20 @@ bool file_is_a_regular_file(const std::string& path) {
   return !path.empty() && stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
 }
 
-std::optional<FileId> find_file_id(const std::string& path) {
+FileId find_file_id(const std::string& path) {
   struct stat status = {};
   if (stat(path.c_str(), &status) == 0) {
-    return FileId{status.st_dev, status.st_ino, true};
+    return {FileId::PRESENT, status.st_dev, status.st_ino};
   }
-  for (const int nowhere : {ENOENT, ENOTDIR, EACCES, ELOOP, ENAMETOOLONG}) {
-    if (errno == nowhere) {
-      return std::nullopt;
-    }
-  }
-  return FileId{};
+  const auto nowhere = {ENOENT, ENOTDIR, EACCES, ELOOP, ENAMETOOLONG};
+  const bool absent = std::find(nowhere.begin(), nowhere.end(), errno) != nowhere.end();
+  return {absent ? FileId::ABSENT : FileId::UNKNOWN};
 }
 
 bool check_output_is_no_input(const std::string& output, const std::vector<std::string>& inputs) {
-  const auto id = find_file_id(output);
-  if (id && std::any_of(inputs.begin(), inputs.end(), [&id](const std::string& input) {
-        const auto input_id = find_file_id(input);
-        return input_id && input_id->may_be(*id);
-      })) {
+  const FileId id = find_file_id(output);
+  if (std::any_of(inputs.begin(), inputs.end(),
+                  [&id](const std::string& input) { return find_file_id(input).may_be(id); })) {
     std::printf("Error: Output file %s is also an input file!\n", output.c_str());
     return false;
   }

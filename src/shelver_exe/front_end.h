@@ -4,7 +4,6 @@
 #include "pkg.h"
 
 #include <cstddef>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -22,31 +21,34 @@ int file_is_directory(const char* path);
 // Whether the path names a regular file; links are followed.
 bool file_is_a_regular_file(const std::string& path);
 
-// What tells a file from every other, whatever path leads to it.
+// What tells a file from all others, whatever path leads to it.
 struct FileId {
+  // ABSENT: the path leads nowhere, so that opening it fails or makes a new file.
+  enum State { ABSENT, PRESENT, UNKNOWN };
+
+  State state;
   dev_t device = 0;
   ino_t inode = 0;
-  bool known = false;
 
-  // Whether both may be one file. A file that could not be looked at may be any.
+  // Whether both may be the same file, as an unknown one may be.
   [[nodiscard]] bool may_be(const FileId& other) const {
-    return !known || !other.known || (device == other.device && inode == other.inode);
+    return state != ABSENT && other.state != ABSENT &&
+           (state == UNKNOWN || other.state == UNKNOWN ||
+            (device == other.device && inode == other.inode));
   }
 };
+FileId find_file_id(const std::string& path);
 
-// None when the path leads nowhere, so that opening it fails or makes a new file.
-std::optional<FileId> find_file_id(const std::string& path);
-
-// An output file is written over what stands there, which must not be a file that the command
-// reads. False, after a message, when one of the inputs leads to the same file.
+// An output file replaces what is there, which must not be a file that the command reads. Returns
+// false, after a message, when one of the inputs leads to the same file.
 bool check_output_is_no_input(const std::string& output, const std::vector<std::string>& inputs);
 
-// Creates a package, or returns null after the container's message. What it is made from must stay
-// as it is until it is closed.
+// Creates a package, or returns null after the container's message. The files that it is made from
+// must not change until it is closed.
 vex_pkg_ptr create_new_package(const std::string& path);
 
-// Closes a package that was made and returns whether it stands whole in its file; if not, a message
-// follows the container's.
+// Closes a package that was made. Returns false, after a message that follows the container's, when
+// its file does not contain the whole package.
 bool close_new_package(vex_pkg_ptr pkg, const std::string& path);
 
 // Returns a malloc'ed buffer of at least `needed` bytes: the given one while its capacity exceeds
@@ -57,6 +59,6 @@ char* grow_string(char* buffer, std::size_t needed, std::size_t* capacity);
 // The two parts with a "/" between them, or the other one when a part is empty.
 std::string my_strjoin(const std::string& left, const std::string& right);
 
-// What stands after the last "/" of a path, and what stands before it (nothing without one).
+// The part of a path after its last "/", and the part before it (nothing without a "/").
 std::string base_name(const std::string& path);
 std::string directory_part(const std::string& path);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "commands.h"
 #include "front_end.h"
+#include "unique_fd.h"
 #include "usage.h"
 
 #include <cerrno>
@@ -63,9 +64,30 @@ int run(int argc, char** argv) {
   return 0;
 }
 
-// A write beyond a file-size limit or to a reader that went away fails like one on a full disk,
-// instead of ending the process. Closed standard descriptors are taken up, so that no file of a
-// command gets their numbers and messages go into it; writing to them fails as before.
+int output_error = 0; // of the first write to standard output that failed
+
+ssize_t write_output(void*, const char* bytes, std::size_t size) {
+  const std::size_t written = move_all(size, [&](std::size_t done, std::size_t left) {
+    return write(STDOUT_FILENO, bytes + done, left);
+  });
+  if (written < size && output_error == 0) {
+    output_error = errno != 0 ? errno : EIO;
+  }
+  return static_cast<ssize_t>(written);
+}
+
+// stdio does not keep the reason of a write that failed: standard output becomes a stream of ours.
+void open_output() {
+  std::FILE* stream = fopencookie(nullptr, "w", {nullptr, write_output, nullptr, nullptr});
+  if (stream != nullptr) {
+    std::setvbuf(stream, nullptr, isatty(STDOUT_FILENO) != 0 ? _IOLBF : _IOFBF, BUFSIZ);
+    stdout = stream;
+  }
+}
+
+// A write beyond a file-size limit or to a reader that is gone fails like one on a full disk,
+// instead of ending the process. Closed standard descriptors are opened on /dev/null, so that no
+// file of a command gets their numbers and with it the messages; writing to them fails as before.
 void prepare_process() {
   // The tools that a command runs get the usual treatment: handlers do not pass to them.
   std::signal(SIGXFSZ, [](int) {});
@@ -83,15 +105,21 @@ void prepare_process() {
 
 int main(int argc, char** argv) {
   prepare_process();
+  open_output();
   int status = 1;
   try {
     status = run(argc, argv);
   } catch (const std::exception& error) { // the standard library's, when memory is out
     std::printf("Error: %s\n", error.what());
   }
-  // What was printed is the result of most commands: a caller must learn that it is not whole.
-  if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-    std::fprintf(stderr, "Error: Cannot write to standard output: %s\n", std::strerror(errno));
+  // The output is the result of most commands: a caller must learn that it is not whole. A reader
+  // that is gone does not want the rest.
+  if ((std::fflush(stdout) != 0 || std::ferror(stdout) != 0) && output_error == 0) {
+    output_error = errno;
+  }
+  if (output_error != 0 && output_error != EPIPE) {
+    std::fprintf(stderr, "Error: Cannot write to standard output: %s\n",
+                 std::strerror(output_error));
     return 1;
   }
   return status;

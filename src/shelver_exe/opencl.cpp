@@ -14,6 +14,10 @@
 
 namespace {
 
+// The shell gets a command as one argument, and this is the most that Linux passes in one, in bytes
+// with the NUL (MAX_ARG_STRLEN).
+constexpr std::size_t MAX_COMMAND_SIZE = 131072;
+
 constexpr std::size_t LINE_SIZE = 4095; // bytes, the NUL included; longer lines come in pieces
 
 // A file name as one word of a shell command: within double quotes, with a backslash before what
@@ -41,6 +45,11 @@ bool run_linker(const std::vector<std::string>& files, const std::string& linked
     command += quote(file) + " ";
   }
   command += " -o " + quote(linked_file) + " ";
+  if (command.size() >= MAX_COMMAND_SIZE) {
+    std::printf("Error: The command to link OpenCL code is %zu bytes long, the system takes %zu!\n",
+                command.size(), MAX_COMMAND_SIZE - 1);
+    return false;
+  }
   print_command(command);
   std::fflush(stdout); // the tool prints to the same stream
   const int status = std::system(command.c_str());
