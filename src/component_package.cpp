@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "component_package.h"
 
+#include "package_layout.h"
 #include "printable.h"
 #include "shelver.h"
 
 #include <algorithm>
 #include <optional>
-#include <unordered_set>
 #include <utility>
 
 namespace vex::efi {
@@ -65,23 +65,16 @@ std::string list_section_names(vex_pkg_file* pkg, std::size_t package_size) {
   return "";
 }
 
-// A name that contains a line break looks like several names. One of them is not a section's, or
-// occurs twice.
 std::vector<Section> read_sections(vex_pkg_file* pkg, std::size_t package_size, FaultList& faults) {
   const std::string names = list_section_names(pkg, package_size);
   std::vector<Section> sections;
-  std::unordered_set<std::string_view> seen;
   for (std::string_view rest = names; !rest.empty();) {
-    const std::string_view name = take_until(rest, '\n');
-    Section section = {std::string(name), {}};
+    Section section = {std::string(take_until(rest, '\n')), {}};
     std::size_t size = 0;
     void* bytes = nullptr;
-    if (!seen.insert(name).second) {
-      faults.add(format_text("more than one section %s", printable(name).c_str()));
-    } else if (name.empty() || vex_pkg_section_exists(pkg, section.name.c_str(), &size) == 0 ||
-               vex_pkg_read_section_transient(pkg, section.name.c_str(), &bytes) == 0) {
-      faults.add(format_text("section %s is not within the file, or its name contains a line break",
-                             printable(name).c_str()));
+    if (vex_pkg_section_exists(pkg, section.name.c_str(), &size) == 0 ||
+        vex_pkg_read_section_transient(pkg, section.name.c_str(), &bytes) == 0) {
+      faults.add(format_text("section %s cannot be read", printable(section.name).c_str()));
     } else {
       section.bytes = {static_cast<const char*>(bytes), size};
       sections.push_back(std::move(section));
@@ -191,10 +184,16 @@ ComponentPackage read_component(const std::vector<Section>& sections, FaultList&
 void read_nested_component(const Section& section, PackageFile& file,
                            std::vector<std::string>& texts) {
   FaultList faults(texts, section.name);
+  std::vector<std::string> layout_faults;
+  if (!check_package_layout(section.bytes, layout_faults)) {
+    std::for_each(layout_faults.begin(), layout_faults.end(),
+                  [&faults](const std::string& fault) { faults.add(fault); });
+    return;
+  }
   vex_pkg_ptr pkg = open_image(section.bytes);
   const auto sections = read_sections(pkg.get(), section.bytes.size(), faults);
   if (!has_section(sections, COMP_HEADER_SECTION)) {
-    faults.add("no component package, or a damaged one");
+    faults.add("no component package: no section .comp_header");
     return;
   }
   ComponentPackage package = read_component(sections, faults);
@@ -204,16 +203,17 @@ void read_nested_component(const Section& section, PackageFile& file,
   file.components.push_back(std::move(package));
 }
 
-void read_info(PackageFile& file, FaultList& faults) {
+void read_info(const Section& section, PackageFile& file, FaultList& faults) {
   shelver_info_section info = {};
-  if (shelver_read_info_section(file.pkg.get(), &info) == 0) {
-    faults.add(".vex.info: not the three words version, name and vendor");
-    return;
+  if (shelver_read_info_section(file.pkg.get(), &info) != 0) {
+    file.version = info.version;
+    file.name = info.name;
+    file.vendor = info.vendor;
+    shelver_free_info_section(&info);
   }
-  file.version = info.version;
-  file.name = info.name;
-  file.vendor = info.vendor;
-  shelver_free_info_section(&info);
+  if (section.bytes != file.version + " " + file.name + " " + file.vendor) {
+    faults.add(".vex.info: not the three words version, name and vendor");
+  }
 }
 
 void read_component_table(const Section& section, PackageFile& file, FaultList& faults) {
@@ -228,16 +228,14 @@ void read_library(const std::vector<Section>& sections, PackageFile& file, Fault
       read_nested_component(section, file, faults.texts());
     } else if (section.name == COMP_TABLE_SECTION_NAME) {
       read_component_table(section, file, faults);
-    } else if (!section.name.starts_with(CLANG_IR_PREFIX) && section.name != INFO_SECTION_NAME &&
-               section.name != VERSION_SECTION) {
+    } else if (section.name == INFO_SECTION_NAME) {
+      read_info(section, file, faults);
+    } else if (!section.name.starts_with(CLANG_IR_PREFIX) && section.name != VERSION_SECTION) {
       faults.add(format_text("section %s does not belong into a library",
                              printable(section.name).c_str()));
     }
   }
   require_sections(sections, {INFO_SECTION_NAME, VERSION_SECTION}, faults);
-  if (has_section(sections, INFO_SECTION_NAME)) {
-    read_info(file, faults);
-  }
 }
 
 void read_clang_ir(const std::vector<Section>& sections, PackageFile& file) {
@@ -249,6 +247,9 @@ void read_clang_ir(const std::vector<Section>& sections, PackageFile& file) {
 }
 
 bool read_image(std::string_view image, PackageFile& file, std::vector<std::string>& texts) {
+  if (!check_package_layout(image, texts)) {
+    return false;
+  }
   FaultList faults(texts);
   file.image = image;
   file.pkg = open_image(image);
@@ -267,7 +268,7 @@ bool read_image(std::string_view image, PackageFile& file, std::vector<std::stri
     file.kind = PackageKind::OPENCL;
   }
   if (file.kind == PackageKind::NONE) {
-    faults.add("no component package, no library and no OpenCL package, or a damaged one");
+    faults.add("no component package, no library and no OpenCL package");
   }
   return file.kind != PackageKind::NONE;
 }

@@ -19,16 +19,16 @@ sub squeeze { return $_[0] =~ s/\s+/ /gr }
 # of a format, assertions.
 my $other = qr/^[ ]*(?:Library[ ](?:version|name|vendor):|Sections[ ]in|%s,[ ]%zu[ ]bytes|EFI[ ]spec
   |no[ ]error$|vex_pkg_\w+:[ ](?:Pkg|elf_end|Added|Updating)|Read[ ]%zu[ ]bytes|Wrote[ ]%zu[ ]bytes
-  |LLVM_IR|define[ ]|\w+[ ]!=[ ])/x;
+  |To[ ]make|bfcl[ ]library[ ]|LLVM_IR|define[ ]|\w+[ ]!=[ ])/x;
 my $page = squeeze(slurp("$root/docs/diagnostics.md") =~ s/^> ?//gmr);
 my ($texts, $missing) = (0, 0);
 
 sub check {
   # The usage texts are in the man page; the model is printed for debugging only.
   # The page explains the companions' findings by their rule.
-  return if !/\.cpp$/ || m{/(?:usage|(?:component|package)_exe/.*)\.cpp$};
+  return if !/\.cpp$/ || m{/(?:usage|component_exe/.*|package_exe/(?:show|tree|main).*)\.cpp$};
   my $file = $_;
-  my $code = slurp($file) =~ s{//.*}{}gr =~ s/^#.*//gmr;
+  my $code = slurp($file) =~ s{//.*}{}gr =~ s/^#.*//gmr =~ s/add_(?:option|flag)\([^;]*;//gr;
   while ($code =~ /((?:"(?:[^"\\]|\\.)*"\s*)+)/g) {
     my $text = join '', $1 =~ /"((?:[^"\\]|\\.)*)"/g;
     $text =~ s/\\n/ /g;

@@ -19,6 +19,7 @@ inline constexpr int STATUS_USAGE = 2;
 // are parsed, and stores its exit status. The command and the status outlive the call.
 void add_show(CLI::App& command, int* status);
 void add_unpack(CLI::App& command, int* status);
+void add_verify(CLI::App& command, int* status);
 
 // Prints "bfcl-package: FILE: FAULT" on standard error for each fault.
 void report_faults(const std::string& file, const std::vector<std::string>& faults);

@@ -21,6 +21,7 @@ struct Command {
 constexpr Command COMMANDS[] = {
     {"show", "print what packages and libraries contain", add_show},
     {"unpack", "write the files of a component, or the packages of a library", add_unpack},
+    {"verify", "check that packages and libraries are complete and consistent", add_verify},
 };
 
 int run(int argc, char** argv) {

@@ -1,0 +1,195 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "consistency.h"
+
+#include "plan.h"
+#include "printable.h"
+#include "shelver.h"
+#include "specification.h"
+
+#include <algorithm>
+#include <set>
+#include <unordered_map>
+
+namespace bfcl::package {
+
+using namespace vex::efi;
+
+namespace {
+
+// "create" takes no OpenCL package without this target.
+constexpr const char* REQUIRED_TARGET = "x86_64-unknown-linux-ostrahw";
+
+using Names = std::set<std::string>;
+
+class ComponentCheck {
+public:
+  ComponentCheck(const ComponentPackage& package, std::vector<std::string>& faults)
+      : m_package(package), m_faults(faults),
+        m_where(package.section.empty() ? "" : printable(package.section) + ": ") {}
+
+  void run() {
+    PlannedFolder ignored;
+    static_cast<void>(plan_component(m_package, ignored, m_faults));
+    if (const auto spec = load_specification(m_package, m_faults)) {
+      check_functions(*spec);
+      check_files(*spec);
+    }
+  }
+
+private:
+  // One line for each name that is in the first list only.
+  template <typename Format>
+  void report_difference(const Names& names, const Names& others, Format format) {
+    for (const std::string& name : names) {
+      if (!others.contains(name)) {
+        m_faults.push_back(m_where + format(printable(name).c_str()));
+      }
+    }
+  }
+
+  void check_functions(const EFISpec& spec) {
+    Names specified;
+    for (const auto& elem : spec.efi_elems()) {
+      specified.insert(elem->m_function_name);
+    }
+    const Names listed(m_package.functions.begin(), m_package.functions.end());
+    report_difference(specified, listed, [](const char* name) {
+      return format_text("function %s of the specification is not in .comp_header", name);
+    });
+    report_difference(listed, specified, [](const char* name) {
+      return format_text("function %s of .comp_header is not in the specification", name);
+    });
+    if (listed.size() < m_package.functions.size()) {
+      m_faults.push_back(m_where + ".comp_header: a function is there twice");
+    }
+  }
+
+  void check_files(const EFISpec& spec) {
+    Names named;
+    for (const auto& elem : spec.efi_elems()) {
+      for (const std::string& name : elem->m_requirement_files) {
+        named.insert(std::string(SOURCE_PREFIX) + name);
+      }
+      for (const std::string& name : elem->m_c_model_files) {
+        named.insert(std::string(C_MODEL_PREFIX) + name);
+      }
+    }
+    Names packaged;
+    for (const PackagedFile& file : m_package.files) {
+      const auto prefix = file.kind == PackagedFileKind::SOURCE ? SOURCE_PREFIX : C_MODEL_PREFIX;
+      packaged.insert(std::string(prefix) + file.name);
+    }
+    report_difference(named, packaged, [](const char* name) {
+      return format_text("no section %s for a file that the specification names", name);
+    });
+    report_difference(packaged, named, [](const char* name) {
+      return format_text("section %s: the specification does not name this file", name);
+    });
+  }
+
+  const ComponentPackage& m_package;
+  std::vector<std::string>& m_faults;
+  std::string m_where;
+};
+
+bool defines(const ComponentPackage& package, const std::string& function) {
+  return std::find(package.functions.begin(), package.functions.end(), function) !=
+         package.functions.end();
+}
+
+class TableCheck {
+public:
+  TableCheck(const PackageFile& library, std::vector<std::string>& faults)
+      : m_library(library), m_faults(faults) {
+    for (const ComponentPackage& package : library.components) {
+      m_packages.emplace(package.section, &package);
+    }
+  }
+
+  void run() {
+    if (m_library.functions.size() > SHELVER_MAX_COMP_TABLE_ENTRIES) {
+      m_faults.push_back(format_text(".vex.comp_table: more than %u lines, which no reader takes",
+                                     SHELVER_MAX_COMP_TABLE_ENTRIES));
+    }
+    for (const LibraryFunction& function : m_library.functions) {
+      check_function(function);
+    }
+    for (const ComponentPackage& package : m_library.components) {
+      check_package(package);
+    }
+  }
+
+private:
+  // Where an OpenCL function and a component are joined, a component's function may have a second
+  // line, of the kind LLVM_IR: "create" counts the lines of one kind in a list of both.
+  void check_function(const LibraryFunction& function) {
+    const std::string name = printable(function.name);
+    if (!m_seen.insert(function.kind + " " + function.name).second) {
+      m_faults.push_back(format_text(".vex.comp_table: two lines for function %s", name.c_str()));
+    }
+    if (function.kind == HDL_KIND) {
+      check_hdl_function(function, name);
+    } else if (function.kind != LLVM_IR_KIND) {
+      m_faults.push_back(format_text(".vex.comp_table: function %s is of the unknown kind %s",
+                                     name.c_str(), printable(function.kind).c_str()));
+    } else if (function.section != CLANG_IR_PLACEHOLDER || m_library.clang_ir.empty()) {
+      m_faults.push_back(format_text(".vex.comp_table: no bitcode for function %s", name.c_str()));
+    }
+  }
+
+  void check_hdl_function(const LibraryFunction& function, const std::string& name) {
+    const auto package = m_packages.find(function.section);
+    if (package == m_packages.end()) {
+      m_faults.push_back(format_text(".vex.comp_table: no component package %s for function %s",
+                                     printable(function.section).c_str(), name.c_str()));
+    } else if (!defines(*package->second, function.name)) {
+      m_faults.push_back(format_text(".vex.comp_table: %s does not define function %s",
+                                     printable(function.section).c_str(), name.c_str()));
+    }
+  }
+
+  void check_package(const ComponentPackage& package) {
+    const std::string section = printable(package.section);
+    const bool named = !package.functions.empty() &&
+                       package.section == std::string(COMPONENT_PREFIX) + package.functions.front();
+    if (!named) {
+      m_faults.push_back(
+          format_text("%s: not named after the first function of the package", section.c_str()));
+    }
+    for (const std::string& function : package.functions) {
+      if (!m_seen.contains(std::string(HDL_KIND) + " " + function)) {
+        m_faults.push_back(format_text("%s: function %s is not in .vex.comp_table", section.c_str(),
+                                       printable(function).c_str()));
+      }
+    }
+  }
+
+  const PackageFile& m_library;
+  std::vector<std::string>& m_faults;
+  std::unordered_map<std::string, const ComponentPackage*> m_packages; // by section
+  Names m_seen;                                                        // kind and name
+};
+
+void check_targets(const PackageFile& file, std::vector<std::string>& faults) {
+  const bool found =
+      std::any_of(file.clang_ir.begin(), file.clang_ir.end(),
+                  [](const ClangIr& code) { return code.target == REQUIRED_TARGET; });
+  if (!file.clang_ir.empty() && !found) {
+    faults.push_back(
+        format_text("no section .vex.clang_ir.%s beside those of other targets", REQUIRED_TARGET));
+  }
+}
+
+} // namespace
+
+void check_consistency(const PackageFile& file, std::vector<std::string>& faults) {
+  for (const ComponentPackage& package : file.components) {
+    ComponentCheck(package, faults).run();
+  }
+  if (file.kind == PackageKind::LIBRARY) {
+    TableCheck(file, faults).run();
+  }
+  check_targets(file, faults);
+}
+
+} // namespace bfcl::package
