@@ -3,6 +3,8 @@
 #include "commands.h"
 #include "description.h"
 #include "interface_rules.h"
+#include "module_conflicts.h"
+#include "packaged_description.h"
 #include "process.h"
 
 #include <CLI/CLI.hpp>
@@ -26,15 +28,15 @@ struct Task {
   const Description* description;
   std::size_t component;
   Report report;
+  std::optional<Design> design; // when the RTL could be elaborated
 };
 
 void check_component(Task& task) {
   const Description& description = *task.description;
   check_files(description, task.component, task.report);
-  const std::optional<Design> design =
-      elaborate(description.request_for(task.component), task.report);
-  if (design) {
-    check_interface(description, task.component, *design, task.report);
+  task.design = elaborate(description.request_for(task.component), task.report);
+  if (task.design) {
+    check_interface(description, task.component, *task.design, task.report);
   }
   check_model(description, task.component, task.report);
   if (task.report.status() == STATUS_OK) {
@@ -61,30 +63,42 @@ void run_tasks(std::vector<Task>& tasks, unsigned jobs) {
   work();
 }
 
-int check(const CheckOptions& options) {
-  Report report;
-  bool is_loaded = true;
-  std::vector<Description> descriptions;
-  descriptions.reserve(options.operands.size());
-  for (const std::string& operand : options.operands) {
+// Loads the operands, in their order. False when a description has errors.
+bool load_operands(const std::vector<std::string>& operands, PackagedDescriptions& loaded,
+                   Report& report) {
+  bool is_good = true;
+  for (const std::string& operand : operands) {
     std::error_code error;
     Description description;
     if (!std::filesystem::is_regular_file(operand, error)) {
       report.cannot_check(operand, "does not exist or is not a regular file");
+    } else if (is_package_name(operand)) {
+      is_good = load_packaged_descriptions(operand, loaded, report) && is_good;
     } else if (load_description(operand, description)) {
-      descriptions.push_back(std::move(description));
+      loaded.descriptions.push_back(std::move(description));
     } else {
-      is_loaded = false;
+      is_good = false;
     }
   }
+  return is_good;
+}
+
+int check(const CheckOptions& options) {
+  Report report;
+  PackagedDescriptions loaded;
+  const bool is_loaded = load_operands(options.operands, loaded, report);
   std::vector<Task> tasks;
-  for (const Description& description : descriptions) {
+  for (const Description& description : loaded.descriptions) {
     for (std::size_t i = 0; i < description.lines.size(); ++i) {
-      tasks.push_back({&description, i, {}});
+      tasks.push_back({&description, i, {}, std::nullopt});
     }
   }
   run_tasks(tasks, options.jobs);
+  ModuleConflicts conflicts;
   for (Task& task : tasks) {
+    if (task.design) {
+      conflicts.add(*task.description, task.component, *task.design, report);
+    }
     report.merge(std::move(task.report));
   }
   options.json ? report.print_sarif("check") : report.print();

@@ -100,9 +100,20 @@ std::vector<ElementLines> element_lines(const char* path) {
   return lines;
 }
 
-// Each text ends in a newline already; an empty line follows it, as in the library tool.
-void print_diagnostics(const std::vector<std::string>& texts) {
-  for (const std::string& text : texts) {
+void replace_all(std::string& text, const std::string& from, const std::string& to) {
+  for (std::size_t at = 0; (at = text.find(from, at)) != std::string::npos; at += to.size()) {
+    text.replace(at, from.size(), to);
+  }
+}
+
+// Each text ends in a newline already; an empty line follows it, as in the library tool. Of what
+// was unpacked, the names in the package are shown.
+void print_diagnostics(const std::vector<std::string>& texts, const Description& description) {
+  for (std::string text : texts) {
+    if (!description.container.empty()) {
+      replace_all(text, description.path, description.name);
+      replace_all(text, description.folder + "/", "");
+    }
     std::puts(text.c_str());
   }
 }
@@ -146,20 +157,23 @@ ElaborationRequest Description::request_for(std::size_t component) const {
   return request;
 }
 
-bool load_description(const std::string& path, Description& description) {
+bool load_description(const std::string& path, Description& description,
+                      const std::string& container) {
+  description.path = path;
+  description.container = container;
+  const std::size_t slash = path.rfind('/');
+  // The library tool's rule, for which "/spec.xml" has no folder either.
+  description.folder = slash == std::string::npos ? "" : path.substr(0, slash);
+  description.name =
+      container.empty() ? tidy_path(path) : description.file_name(path.substr(slash + 1));
   vex::efi::EFISpecXmlLoader loader(false, true);
   description.spec.reset(loader.load_file(path.c_str()));
   if (description.spec == nullptr) {
     std::printf("Errors in HDL component specification file:");
-    print_diagnostics(loader.m_errors);
+    print_diagnostics(loader.m_errors, description);
     return false;
   }
-  print_diagnostics(loader.m_warnings);
-  description.path = path;
-  const std::size_t slash = path.rfind('/');
-  // The library tool's rule, for which "/spec.xml" has no folder either.
-  description.folder = slash == std::string::npos ? "" : path.substr(0, slash);
-  description.name = tidy_path(path);
+  print_diagnostics(loader.m_warnings, description);
   description.lines = element_lines(path.c_str());
   return description.lines.size() == description.spec->efi_elems().size();
 }

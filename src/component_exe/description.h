@@ -59,7 +59,9 @@ struct Description {
 
 // Loads and checks a specification with the specification library, whose diagnostics, in its order
 // and form, are printed to standard output. False when it has errors; the command then ends with
-// STATUS_ERROR.
-[[nodiscard]] bool load_description(const std::string& path, Description& description);
+// STATUS_ERROR. `container` is the package or library that it was unpacked from, which messages
+// then name instead of the folder of `path`.
+[[nodiscard]] bool load_description(const std::string& path, Description& description,
+                                    const std::string& container = "");
 
 } // namespace bfcl::component

@@ -17,6 +17,13 @@ const Port* Design::find_port(const std::string& name) const {
   return found != ports.end() ? &*found : nullptr;
 }
 
+bool Design::has_module(const std::string& name, const Place& at) const {
+  return modules.empty() ||
+         std::any_of(modules.begin(), modules.end(), [&](const DesignModule& module) {
+           return module.name == name && module.place == at;
+         });
+}
+
 std::optional<Design> elaborate(const ElaborationRequest& request, Report& report) {
   const bool is_vhdl =
       std::any_of(request.files.begin(), request.files.end(),

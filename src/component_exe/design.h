@@ -40,17 +40,27 @@ struct DataFile {
   Place place;
 };
 
+// A module that is part of a design.
+struct DesignModule {
+  std::string name;
+  Place place;
+};
+
 struct Design {
   std::string top;
   Place place; // of the module
   std::vector<Port> ports;
   std::vector<Parameter> parameters;
   std::vector<std::string> module_files; // paths of the files with a module of the design
+  std::vector<DesignModule> modules;     // empty when the tool does not list them
   std::vector<DataFile> data_files;
   bool ignores_case = false; // VHDL, whose names are in lower case here
 
   // The port that a description means by a name, or null.
   [[nodiscard]] const Port* find_port(const std::string& name) const;
+
+  // Whether the module that is defined at a place is part of the design, as far as is known.
+  [[nodiscard]] bool has_module(const std::string& name, const Place& at) const;
 };
 
 // What to elaborate. Paths are absolute or relative to the working directory. The places of what

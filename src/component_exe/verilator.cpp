@@ -418,6 +418,9 @@ Design VerilogElaboration::finish(const VerilatorRun& run) {
   for (DataFile& data : design.data_files) {
     data.place = place_of(data.place.file, data.place.line);
   }
+  for (DesignModule& module : design.modules) {
+    module.place = place_of(module.place.file, module.place.line);
+  }
   for (std::string& file : design.module_files) {
     file = m_tree.real_path(file);
   }

@@ -54,6 +54,7 @@ public:
     for_each(netlist != nullptr ? netlist->FirstChildElement("typetable") : nullptr, nullptr,
              [this](const XMLElement& type) { m_types[attribute(type, "id")] = &type; });
     for_each(netlist, "module", [this](const XMLElement& module) {
+      m_run.design.modules.push_back({attribute(module, "origName"), place_of(module)});
       if (attribute(module, "topModule") == "1") {
         read_top(module);
       }
