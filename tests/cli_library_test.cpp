@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Making, listing and taking apart libraries of HDL components.
+#include "pkg.h"
+
 #include "support.h"
+
+#include <sys/stat.h>
 
 namespace {
 
@@ -90,15 +94,29 @@ TEST_F(Library, RefusedInputs) {
   expect_failure({"create", "-o", "out", "b.bfco", "c.bfco"}, "Error: Library already has function named fb!\n");
   expect_failure({"create", "-o", "no/out", "a.bfco"}, "Error: Cannot create library file no/out\n",
                  "Couldn't open no/out: No such file or directory\n");
+  std::string many;
+  for (int i = 0; i <= 16384; ++i) {
+    many += "f" + std::to_string(i) + " HDL\n";
+  }
+  vex_pkg_ptr pkg(vex_pkg_open_file("many", VEX_PKG_READ_WRITE | VEX_PKG_CREATE));
+  many += "<END_OF_TABLE>";
+  EXPECT_EQ(1U, vex_pkg_add_data_section(pkg.get(), ".comp_header", many.data(), many.size()));
+  pkg.reset();
+  expect_failure({"create", "-o", "out", "many"},
+                 "Error: The library would have 16385 functions, more than the 16384 that can be read!\n");
+  EXPECT_EQ("library create called with 2 component files\n"
+            "File a.bfco, function fa, section .vex.comp.fa\n"
+            "Couldn't open absent: No such file or directory\n"
+            "Error: Cannot open component package file absent!\n",
+            run({"sh", "-c", BFCL_BIN_DIR "/bfcl-library create -v -o out a.bfco absent 2>&1"}).out);
   expect_failure({"create", "-o", "./a.bfco", "b.bfco", "a.bfco"},
                  "Error: Output file ./a.bfco is also an input file!\n");
   EXPECT_EQ(a, read_file("a.bfco"));
 }
 
 TEST_F(Library, AnOutputThatCannotBeOpenedStays) {
-  const Outcome result = run({"sh", "-c",
-                              "cp /bin/sleep busy; ./busy 9 & sleep .1; " BFCL_BIN_DIR
-                              "/bfcl-library create -o busy a.bfco; status=$?; kill $!; exit $status"});
+  std::filesystem::copy(BFCL_BIN_DIR "/bfcl-library", "busy"); // nobody may write a program that runs
+  const Outcome result = run({"./busy", "create", "-o", "busy", "a.bfco"});
   EXPECT_EQ(1, result.status);
   EXPECT_EQ("Error: Cannot create library file busy\n", result.out);
   EXPECT_TRUE(std::filesystem::exists("busy"));
@@ -147,8 +165,9 @@ TEST_F(Library, CModelsAreExtractedOnce) {
   write_file("b/m/x.cl", "first");
   write_file("b/n/x.cl", "second");
   ASSERT_EQ(0, bfcl_library({"-c", "b/spec.xml", "-o", "b.bfco"}).status);
-  ASSERT_EQ(0, bfcl_library({"create", "-o", "lib", "a.bfco", "b.bfco"}).status);
   std::filesystem::create_directory("dest");
+  const mode_t mask = umask(027);
+  ASSERT_EQ(0, bfcl_library({"create", "-o", "lib", "a.bfco", "b.bfco"}).status);
   const Outcome first = bfcl_library({"extract_c_models", "./lib", "dest"});
   EXPECT_EQ(0, first.status);
   EXPECT_EQ("dest/lib_.vex.comp.fa_fa.cl\ndest/lib_.vex.comp.fb_fb.cl\n"
@@ -157,6 +176,11 @@ TEST_F(Library, CModelsAreExtractedOnce) {
   EXPECT_EQ("", first.err);
   EXPECT_EQ("int fa(int a);\n", read_file("dest/lib_.vex.comp.fa_fa.cl"));
   EXPECT_EQ("first", read_file("dest/lib_.vex.comp.fb_x.cl"));
+  umask(mask);
+  for (const std::string path : {"lib", "dest/lib_.vex.comp.fa_fa.cl", ".emu_models"}) {
+    EXPECT_EQ(path == ".emu_models" ? 0750U : 0640U, static_cast<unsigned>(std::filesystem::status(path).permissions()))
+        << path;
+  }
   EXPECT_TRUE(std::filesystem::is_directory(".emu_models"));
   const Outcome again = bfcl_library({"extract_c_models", "lib", "dest"});
   EXPECT_EQ(0, again.status);
@@ -183,6 +207,11 @@ TEST_F(Library, CModelExtractionFailures) {
   const Outcome full = run({"sh", "-c", "(ulimit -f 0; " BFCL_BIN_DIR "/bfcl-library extract_c_models lib .) | cat"});
   EXPECT_NE(std::string::npos, full.out.find("Cannot write section .c_model.fa.cl to file")) << full.out;
   EXPECT_FALSE(std::filesystem::exists("lib_.vex.comp.fa_fa.cl"));
+  write_file("dir/lib_.vex.comp.fa_fa.cl/x", "");
+  expect_failure({"extract_c_models", "lib", "dir"},
+                 "dir/lib_.vex.comp.fa_fa.cl\n"
+                 "Cannot write section .c_model.fa.cl to file dir/lib_.vex.comp.fa_fa.cl!\n",
+                 "Couldn't open file for writing: Is a directory\n");
   std::filesystem::remove(".emu_models");
   expect_failure({"extract_c_models", "bad_section", "."},
                  "Error: Library file bad_section doesn't have component header section .vex.comp.fx!\n");

@@ -143,6 +143,20 @@ TEST_F(OpenCl, Failures) {
     EXPECT_EQ(c.err, result.err);
     EXPECT_EQ("comp hdl ocl tools", files());
   }
+  const std::string long_name = std::string(90, 'd') + "/" + std::string(90, 'd');
+  std::string long_path;
+  for (int i = 0; i < 20; ++i) {
+    long_path += long_name + "/../../";
+  }
+  std::filesystem::create_directories(long_name);
+  std::vector<std::string> words = {"create", "-o", "lib"};
+  for (int i = 0; i < 35; ++i) {
+    write_package("p" + std::to_string(i), {{LINUX, ""}});
+    words.push_back(long_path + "p" + std::to_string(i));
+  }
+  const Outcome too_long = library(words);
+  EXPECT_EQ(1, too_long.status);
+  EXPECT_EQ("Error: The command to link OpenCL code is 133440 bytes long, the system takes 131071!\n", too_long.out);
   write_tool("bfcl-link", "#!/bin/sh\nexit 3\n");
   EXPECT_NE(std::string::npos, library({"create", "-v", "-o", "lib", "ocl"}).out.find("Return code is 768\n"));
   std::filesystem::remove("tools/bfcl-link");
@@ -249,6 +263,8 @@ TEST_F(OpenCl, ClangIrIsExtracted) {
                   "Valid ones are suffixes following '.vex.clang_ir' in the following names:\n") +
       "   " + SPIR + "\n   " + LINUX + "\n   " + WINDOWS + "\n";
   write_package("odd", {{".vex.clang_ir.spir64", "served"}});
+  std::filesystem::create_directory("own");
+  std::filesystem::create_hard_link("x.lib", "own/x.lib.x86_64-unknown-linux-ostrahw.bc");
   const struct {
     std::vector<std::string> operands;
     int status;
@@ -263,6 +279,9 @@ TEST_F(OpenCl, ClangIrIsExtracted) {
        1,
        "no/x.lib.x86_64-unknown-linux-ostrahw.bc\nCould not write section " + std::string(LINUX) +
            " to file no/x.lib.x86_64-unknown-linux-ostrahw.bc!\n"},
+      {{"x.lib", "x86_64-unknown-linux-ostrahw", "own"},
+       1,
+       "Error: Output file own/x.lib.x86_64-unknown-linux-ostrahw.bc is also an input file!\n"},
       {{"absent", "spir64", "out"}, 1, "Error: Cannot open library file absent\n"},
   };
   for (const auto& c : cases) {

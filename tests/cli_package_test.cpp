@@ -77,20 +77,20 @@ TEST_F(Cli, PackageHoldsEverything) {
                              "<FILE name='./top.v'/>");
   xml = replaced(xml, "</RTL_SPEC>", "");
   const std::string second = replaced(xml.substr(xml.find("<FUNCTION")), "name='f'", "name='g'");
-  write_file(spec, xml + replaced(second, "f.cl", "sub/g") + "</RTL_SPEC>");
+  write_file(spec, xml + replaced(second, "f.cl", "sub/g&amp;&#38;") + "</RTL_SPEC>");
   write_file("rtl/A.SV", std::string("a\0b", 3));
-  write_file("comp/sub/g", "g");
+  write_file("comp/sub/g&&", "g");
   const Outcome result = bfcl_library({"-c", "-v", spec, "-o", "out.bfco"});
   EXPECT_EQ(0, result.status);
   EXPECT_EQ("Adding file ../rtl/A.SV located in comp/../rtl/A.SV\n"
             "Adding file ./top.v located in comp/./top.v\n"
             "Adding file top.v located in comp/top.v\n"
             "Adding file f.cl located in comp/f.cl\n"
-            "Adding file sub/g located in comp/sub/g\n",
+            "Adding file sub/g&& located in comp/sub/g&&\n",
             result.out);
   EXPECT_EQ("", result.err);
   EXPECT_EQ(".dir_container\n.source.../rtl/A.SV\n.source../top.v\n.source.top.v\n"
-            ".c_model.f.cl\n.c_model.sub/g\n.xml_spec.spec.xml\n.comp_header\n",
+            ".c_model.f.cl\n.c_model.sub/g&&\n.xml_spec.spec.xml\n.comp_header\n",
             section_names_of("out.bfco"));
   EXPECT_EQ("comp/", section_of("out.bfco", ".dir_container"));
   EXPECT_EQ(std::string("a\0b", 3), section_of("out.bfco", ".source.../rtl/A.SV"));
@@ -142,7 +142,11 @@ TEST_F(Cli, FilesThatCannotBeAdded) {
   const std::string spec = write_component("comp", "f");
   write_file(spec, replaced(read_file(spec), "<FILE name='top.v'/>",
                             "<FILE name='z.v'/><FILE name='top.v'/><FILE name='n.txt'/>"
-                            "<FILE name='d.v'/><FILE name='noext'/>"));
+                            "<FILE name='d.v'/><FILE name='noext'/><FILE name='e.sv'/><FILE name='e.SvH'/>"
+                            "<FILE name='e.vhd'/><FILE name='e.hex'/><FILE name='e.mif'/>"));
+  for (const std::string extension : {"sv", "SvH", "vhd", "hex", "mif"}) {
+    write_file("comp/e." + extension, "");
+  }
   write_file("comp/n.txt", "");
   write_file("comp/noext", "");
   write_file("comp/z.v", "zz");
@@ -153,7 +157,9 @@ TEST_F(Cli, FilesThatCannotBeAdded) {
                  "Error: File comp/d.v, specified in XML spec file, does not exist or is not a file!\n"
                  "Error: File comp/n.txt, specified in XML spec file, has an unsupported file extension!\n"
                  "Error: File comp/noext, specified in XML spec file, has an unsupported file extension!\n");
-  EXPECT_EQ(".dir_container\n.source.top.v\n.source.z.v\n", section_names_of("out"));
+  EXPECT_EQ(".dir_container\n.source.e.SvH\n.source.e.hex\n.source.e.mif\n.source.e.sv\n.source.e.vhd\n"
+            ".source.top.v\n.source.z.v\n",
+            section_names_of("out"));
 }
 
 TEST_F(Cli, OutputsThatCannotBeMade) {
@@ -168,6 +174,21 @@ TEST_F(Cli, OutputsThatCannotBeMade) {
     expect_failure(bfcl_library({"-c", spec, "-o", output}),
                    "Error: Output file " + output + " is also an input file!\n");
     EXPECT_EQ(before, read_file(output));
+  }
+  write_file("comp/self.xml", replaced(read_file(spec), "name='top.v'/>", "name='top.v'/><FILE name='../self.v'/>"));
+  expect_failure(bfcl_library({"-c", "comp/self.xml", "-o", "self.v"}),
+                 "Error: Output file self.v is also an input file!\n");
+  EXPECT_FALSE(std::filesystem::exists("self.v"));
+  for (const std::string name : {"", "int f", "f&#10;g", "f&#9;"}) {
+    write_file("comp/odd.xml", replaced(read_file(spec), "name='f'", "name='" + name + "'"));
+    write_file("comp/f.cl", "int f\nf\tf\ng");
+    const Outcome odd = bfcl_library({"-c", "comp/odd.xml", "-o", "out"});
+    EXPECT_EQ(1, odd.status);
+    EXPECT_NE("", odd.out);
+    EXPECT_FALSE(std::filesystem::exists("out"));
+    if (name.find('&') == std::string::npos) {
+      EXPECT_EQ("Error: Function 1 of file comp/odd.xml has a name that is empty or contains white space!\n", odd.out);
+    }
   }
   const Outcome full = bfcl_library({"-c", spec, "-o", "/dev/full"});
   EXPECT_EQ(1, full.status);
@@ -194,10 +215,4 @@ TEST_F(Cli, PrintedTextSurvivesAnAbort) {
   const std::string spec = write_component("comp", "f");
   write_file(spec, replaced(read_file(spec), "</ATTRIBUTES>", "<HAS_SIDE_EFFECTS value='yes'/></ATTRIBUTES>"));
   EXPECT_EQ(0U, bfcl_library({"-c", spec, "-o", ""}).out.find("Warning in 'comp/spec.xml':\n"));
-}
-
-TEST_F(Cli, OutputThatCannotBePrintedFails) {
-  const Outcome result = run({"sh", "-c", BFCL_BIN_DIR "/bfcl-library help >/dev/full"});
-  EXPECT_EQ(1, result.status);
-  EXPECT_EQ("Error: Cannot write to standard output: No space left on device\n", result.err);
 }

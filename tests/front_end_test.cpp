@@ -9,6 +9,10 @@
 
 #include <cstdlib>
 
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
 namespace {
 
 using FrontEnd = InTempDir;
@@ -34,12 +38,16 @@ TEST_F(FrontEnd, FilesAndDirectories) {
   write_file("file", "");
   std::filesystem::create_symlink("file", "link");
   std::filesystem::create_symlink("nowhere", "dangling");
+  const sockaddr_un address = {AF_UNIX, "socket"};
+  const int socket_fd = socket(AF_UNIX, SOCK_STREAM, 0);
+  ASSERT_EQ(0, bind(socket_fd, reinterpret_cast<const sockaddr*>(&address), sizeof address));
+  close(socket_fd);
   const struct {
     const char* path;
     bool directory;
     bool regular;
-  } cases[] = {{".", true, false},         {"file", false, true}, {"link", false, true},
-               {"dangling", false, false}, {"", false, false},    {"/dev/null", false, false}};
+  } cases[] = {{".", true, false}, {"file", false, true},       {"link", false, true},  {"dangling", false, false},
+               {"", false, false}, {"/dev/null", false, false}, {"socket", true, false}};
   for (const auto& c : cases) {
     EXPECT_EQ(c.directory, file_is_directory(c.path) != 0) << c.path;
     EXPECT_EQ(c.regular, file_is_a_regular_file(c.path)) << c.path;
@@ -58,13 +66,6 @@ TEST_F(FrontEnd, StringsGrowByDoubling) {
   std::free(text);
 }
 
-TEST_F(FrontEnd, PathsAreJoinedAsTheyAre) {
-  EXPECT_EQ("a.v", my_strjoin("", "a.v"));
-  EXPECT_EQ("dir", my_strjoin("dir", ""));
-  EXPECT_EQ("dir/a.v", my_strjoin("dir", "a.v"));
-  EXPECT_EQ("dir//a.v", my_strjoin("dir/", "a.v"));
-}
-
 TEST_F(FrontEnd, DirectoryDepths) {
   const struct {
     std::vector<std::string> names;
@@ -79,6 +80,7 @@ TEST_F(FrontEnd, DirectoryDepths) {
       {{"..//.././x"}, 2},
       {{"../a/../.."}, 1}, // what follows the last "/" is never judged
       {{"a/b/../x", "../x"}, 1},
+      {{"../../a/b/../x"}, 2},
       {{".../x", "..x/y"}, 0},
   };
   for (const auto& c : cases) {
@@ -99,7 +101,7 @@ TEST_F(FrontEnd, DirectoryPrefixes) {
   EXPECT_EQ("a/", gen_directory_prefix(1, "a"));
 }
 
-TEST_F(FrontEndDeathTest, ProgrammingErrorsAndTooManyLevels) {
+TEST_F(FrontEndDeathTest, ProgrammingErrorsOddIrAndTooManyLevels) {
   EXPECT_DEATH(gen_directory_prefix(-1, ""), "src/shelver_exe/package.cpp:.*`depth >= 0'");
   EXPECT_DEATH(show_help("", "frobnicate"), "src/shelver_exe/usage.cpp:.*`0'");
   std::size_t capacity = 0;
@@ -107,6 +109,11 @@ TEST_F(FrontEndDeathTest, ProgrammingErrorsAndTooManyLevels) {
                "`src && \"Failed to reallocate more memory\"'");
   std::vector<std::string> values;
   EXPECT_DEATH(fill_named_args(0, nullptr, 1, nullptr, values, values), "`name'");
+  for (const char* text : {"define void @()", "define void (i32)* @f()"}) {
+    const TextStream stream(text);
+    EXPECT_DEATH(extract_function_and_kernel_lists(stream.file, values, values),
+                 "src/shelver_exe/opencl.cpp:.*`fname_end > fname_start \\+ 1'");
+  }
   std::filesystem::current_path("/");
   EXPECT_EXIT(gen_directory_prefix(3, "a"), testing::ExitedWithCode(1), "");
 }
@@ -169,6 +176,7 @@ TEST_F(FrontEnd, FunctionsOfTextualIr) {
       {"define i32 @f(i32 %a) {\n  ret i32 @notme(\n}\ndeclare i32 @g(i32)\n", {"f"}, {}},
       {"define spir_kernel void @k(i32 %x)\ndefine spir_func void @s()", {"k", "s"}, {"k"}},
       {"define \ndefine @\ndefine (\n\n define i32 @no()\n", {}, {}},
+      {"define internal spir_kernel void @k()\n", {"k"}, {}},
       {"define void @\"a b\"()\n", {"\"a b\""}, {}},
       {"define " + filler + "define void @f()\n", {"f"}, {}},
       {"define " + filler + "@f()\n", {}, {}},
@@ -182,14 +190,5 @@ TEST_F(FrontEnd, FunctionsOfTextualIr) {
     extract_function_and_kernel_lists(stream.file, kernels, functions);
     EXPECT_EQ(c.functions, functions) << c.text.substr(0, 80);
     EXPECT_EQ(c.kernels, kernels) << c.text.substr(0, 80);
-  }
-}
-
-TEST_F(FrontEndDeathTest, IrWithoutANameBeforeItsParenthesis) {
-  for (const char* text : {"define void @()", "define void (i32)* @f()"}) {
-    const TextStream stream(text);
-    std::vector<std::string> names;
-    EXPECT_DEATH(extract_function_and_kernel_lists(stream.file, names, names),
-                 "src/shelver_exe/opencl.cpp:.*`fname_end > fname_start \\+ 1'");
   }
 }

@@ -13,8 +13,6 @@ using vex::xml::BaseVisitor;
 using vex::xml::BaseXmlLoader;
 
 using Loader = InTempDir;
-using LoaderDeathTest = InTempDir;
-using VisitorDeathTest = testing::Test;
 
 std::unique_ptr<tinyxml2::XMLDocument> parse(BaseXmlLoader& loader, const char* text) {
   return std::unique_ptr<tinyxml2::XMLDocument>(loader.parse_xml(text));
@@ -119,15 +117,6 @@ TEST_F(Loader, Conversions) {
   EXPECT_FALSE(stream >> number);
 }
 
-TEST_F(LoaderDeathTest, Preconditions) {
-  BaseXmlLoader loader;
-  EXPECT_DEATH(static_cast<void>(loader.parse_file(nullptr)), "src/BaseXmlLoader.cpp:.*`filename != __null'");
-  EXPECT_DEATH(static_cast<void>(loader.parse_xml(nullptr)), "`xml != __null'");
-  EXPECT_DEATH(BaseXmlLoader::doc_to_string(nullptr), "`doc != __null'");
-  EXPECT_DEATH(loader.get_error(0), "`index < m_errors.size\\(\\)'");
-  EXPECT_DEATH(loader.get_warning(0), "`index < m_warnings.size\\(\\)'");
-}
-
 TEST(Visitor, StacksAndCounts) {
   BaseXmlLoader loader;
   const auto doc = parse(loader, DOCUMENT);
@@ -177,6 +166,10 @@ TEST(Visitor, Reports) {
        head + "Expected element <B> to appear exactly once.\n"},
       {[](V& v, const E& e) { return v.report_unexpected_elem_count_error(e, 0, 0); }, false,
        head + "Unexpected element 'B'.\n"},
+      {[](V& v, const E& e) { return v.report_unexpected_elem_count_error(e, 0, 1); }, false,
+       head + "Expected element <B> to appear 0-1 times.\n"},
+      {[](V& v, const E&) { return v.report_error(*tinyxml2::XMLDocument().NewElement("X"), "m"); }, false,
+       "Error in '[mem]'\nm\n"},
       {[](V& v, const E& e) { return v.report_unexpected_elem_count(e, 0U, 1U, 2U, "A", "B"); }, true, ""},
       {[](V& v, const E& e) { return v.report_unexpected_elem_count(e, 2U, 3U, 1U, "A"); }, false,
        head + "Expected element <B> to appear 2-3 times.\n"},
@@ -223,6 +216,7 @@ TEST(Visitor, WithoutCallbacksReportsAreDroppedButCount) {
   BaseXmlLoader loader;
   const auto doc = parse(loader, "<A/>");
   BaseVisitor visitor(nullptr, true);
+  EXPECT_EQ(nullptr, visitor.get_source_name());
   EXPECT_TRUE(visitor.report_warning("w"));
   EXPECT_TRUE(visitor.ok());
   EXPECT_FALSE(visitor.report_error("e"));
@@ -238,19 +232,25 @@ TEST(Visitor, WithoutSourceNameTheTextStopsThere) {
   EXPECT_EQ("Warning in '", loader.get_warning(0));
 }
 
-TEST(Visitor, AChildSharesCallbacksOnly) {
+TEST(Visitor, AChildSharesCallbacksAndDebugFlag) {
   BaseXmlLoader loader;
   const auto doc = parse(loader, "<A/>");
-  BaseVisitor parent(&loader, false);
+  BaseVisitor parent(&loader, true);
   BaseVisitor child(&parent);
+  EXPECT_EQ("d", capture([&child] { child.debug("d"); }).err);
   child.report_error(*doc->RootElement(), "e");
   EXPECT_FALSE(child.ok());
   EXPECT_TRUE(parent.ok());
   EXPECT_EQ("Error in '[mem]', line 1\ne\n", loader.get_error(0));
 }
 
-TEST(VisitorDeathTest, Preconditions) {
+TEST(XmlDeathTest, Preconditions) {
   BaseXmlLoader loader;
+  EXPECT_DEATH(static_cast<void>(loader.parse_file(nullptr)), "src/BaseXmlLoader.cpp:.*`filename != __null'");
+  EXPECT_DEATH(static_cast<void>(loader.parse_xml(nullptr)), "`xml != __null'");
+  EXPECT_DEATH(BaseXmlLoader::doc_to_string(nullptr), "`doc != __null'");
+  EXPECT_DEATH(loader.get_error(0), "`index < m_errors.size\\(\\)'");
+  EXPECT_DEATH(loader.get_warning(0), "`index < m_warnings.size\\(\\)'");
   const auto doc = parse(loader, "<A/>");
   const XMLElement& root = *doc->RootElement();
   BaseVisitor visitor(&loader, false);

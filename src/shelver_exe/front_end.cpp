@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 
 #include <sys/stat.h>
 
@@ -32,14 +33,26 @@ FileId find_file_id(const std::string& path) {
   return {absent ? FileId::ABSENT : FileId::UNKNOWN};
 }
 
+namespace {
+
+bool have_same_path(const std::string& a, const std::string& b) {
+  std::error_code error;
+  return std::filesystem::weakly_canonical(a, error) == std::filesystem::weakly_canonical(b, error);
+}
+
+} // namespace
+
 bool check_output_is_no_input(const std::string& output, const std::vector<std::string>& inputs) {
   const FileId id = find_file_id(output);
-  if (std::any_of(inputs.begin(), inputs.end(),
-                  [&id](const std::string& input) { return find_file_id(input).may_be(id); })) {
+  const bool clash = std::any_of(inputs.begin(), inputs.end(), [&](const std::string& input) {
+    const FileId input_id = find_file_id(input);
+    const bool both_absent = id.state == FileId::ABSENT && input_id.state == FileId::ABSENT;
+    return input_id.may_be(id) || (both_absent && have_same_path(input, output));
+  });
+  if (clash) {
     std::printf("Error: Output file %s is also an input file!\n", output.c_str());
-    return false;
   }
-  return true;
+  return !clash;
 }
 
 vex_pkg_ptr create_new_package(const std::string& path) {

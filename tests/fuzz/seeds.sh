@@ -3,7 +3,7 @@
 # seeds.sh PROGRAM FOLDER: writes first inputs of each fuzz target, made from the examples, to FOLDER/TARGET.
 set -euo pipefail
 program=$(readlink -f -- "$1")
-mkdir -p "$2"/{package_image,package_file,component_spec,ir_text,create_arguments}
+mkdir -p "$2"/{package_image,package_file,component_spec,ir_text}
 folder=$(readlink -f -- "$2")
 cd "$(dirname "${BASH_SOURCE[0]}")/../.."
 
@@ -22,5 +22,3 @@ done
 
 printf 'define i32 @f(i32 %%a) {\ndefine spir_kernel void @k()\ndeclare i32 @g(i32)\n' >"$folder/ir_text/functions"
 printf 'define linkonce i32 @"a b"(i32)\n%5000s\n' define >"$folder/ir_text/long_line"
-printf '%s\n' -name lib -vendor v -version 1 -o out.bfclib a.bfco b.bfco a.bfco >"$folder/create_arguments/all"
-printf '%s\n' a.bfco -o >"$folder/create_arguments/no_value"
