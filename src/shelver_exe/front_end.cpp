@@ -35,9 +35,9 @@ FileId find_file_id(const std::string& path) {
 
 namespace {
 
-bool have_same_path(const std::string& a, const std::string& b) {
+std::filesystem::path full_path(const std::string& path) {
   std::error_code error;
-  return std::filesystem::weakly_canonical(a, error) == std::filesystem::weakly_canonical(b, error);
+  return std::filesystem::weakly_canonical(std::filesystem::absolute(path, error), error);
 }
 
 } // namespace
@@ -47,7 +47,7 @@ bool check_output_is_no_input(const std::string& output, const std::vector<std::
   const bool clash = std::any_of(inputs.begin(), inputs.end(), [&](const std::string& input) {
     const FileId input_id = find_file_id(input);
     const bool both_absent = id.state == FileId::ABSENT && input_id.state == FileId::ABSENT;
-    return input_id.may_be(id) || (both_absent && have_same_path(input, output));
+    return input_id.may_be(id) || (both_absent && full_path(input) == full_path(output));
   });
   if (clash) {
     std::printf("Error: Output file %s is also an input file!\n", output.c_str());
