@@ -16,7 +16,7 @@ tests/fuzz/seeds.sh build-fuzz/bin/bfcl-library build-fuzz/seeds
 mkdir -p build-fuzz/crashes build-fuzz/corpus
 tar -xJf tests/fuzz/corpus.tar.xz -C build-fuzz/corpus
 
-for target in package_image package_file component_spec ir_text; do
+for target in package_image package_contents package_file component_spec ir_text; do
   say "Fuzzing $target for $seconds seconds"
   corpus=build-fuzz/corpus/$target
   mkdir -p "$corpus"

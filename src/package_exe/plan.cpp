@@ -147,7 +147,8 @@ private:
       add_fault(section, "not a file name");
     } else if (folder.folders.contains(std::string(name))) {
       add_fault(section, "a file where another one needs a folder");
-    } else if (const auto [place, added] = folder.files.try_emplace(std::string(name), bytes);
+    } else if (const auto [place, added] =
+                   folder.files.try_emplace(std::string(name), PlannedFile{bytes, nullptr});
                !added && place->second.bytes != bytes) {
       add_fault(section, "has the same place as another file of other contents");
     }

@@ -3,7 +3,7 @@
 # seeds.sh PROGRAM FOLDER: writes first inputs of each fuzz target, made from the examples, to FOLDER/TARGET.
 set -euo pipefail
 program=$(readlink -f -- "$1")
-mkdir -p "$2"/{package_image,package_file,component_spec,ir_text}
+mkdir -p "$2"/{package_image,package_contents,package_file,component_spec,ir_text}
 folder=$(readlink -f -- "$2")
 cd "$(dirname "${BASH_SOURCE[0]}")/../.."
 
@@ -14,6 +14,7 @@ for spec in examples/*/*.xml; do
 done
 "$program" create -name seeds -o "$folder/package_image/library" "$folder"/package_image/* >/dev/null
 
+cp "$folder"/package_image/* "$folder/package_contents"
 for image in "$folder"/package_image/*; do
   for choice in '\000' '\025' '\066'; do
     { printf '%b' "\\0${choice#?}"; cat "$image"; } >"$folder/package_file/$(basename "$image")${choice#?}"
