@@ -3,7 +3,7 @@ include(GNUInstallDirs)
 
 find_program(SCDOC scdoc)
 if(SCDOC)
-  foreach(page bfcl-library.1 bfcl-component-xml.5 bfclib.5 bfco.5)
+  foreach(page bfcl-library.1 bfcl-package.1 bfcl-component-xml.5 bfclib.5 bfco.5)
     string(REGEX MATCH "[0-9]$" section ${page})
     set(source ${PROJECT_SOURCE_DIR}/share/man/${page}.scd)
     set(output ${PROJECT_BINARY_DIR}/man/${page})
