@@ -52,8 +52,8 @@ inline constexpr const char* VEX_PKG_STRING_TABLE = ".shstrtab";
 // The longest section name, in characters without the terminating NUL.
 inline constexpr std::size_t VEX_PKG_MAX_SECTION_NAME = 4096;
 
-// Opens the file `name`, or null with a message (without one when its string table is empty).
-// Creating keeps what an existing file holds until close writes the package over it. The handle
+// Opens the file `name`, or returns null with a message (without one when its string table is
+// empty). Creating makes an empty file, or keeps an existing one as it is until close. The handle
 // copies the name. A file of a kind that libelf cannot begin with (a directory) yields a handle all
 // the same, on which every operation fails.
 [[nodiscard]] vex_pkg_file* vex_pkg_open_file(const char* name, unsigned mode);
@@ -66,6 +66,12 @@ inline constexpr std::size_t VEX_PKG_MAX_SECTION_NAME = 4096;
 
 // Writes what was changed, closes, and frees the handle. Null is ignored. Failures are only printed
 // (that of the write whatever the show bits say).
+//
+// The file is written whole or not at all: the package is written to a temporary file in the same
+// folder, ".bfcl-" and six characters, which takes over the file's permissions, and its owner where
+// the system allows that, and replaces the file at the end. A symbolic link stays one. After a
+// failure the file is as it was. A file with other hard links, or in a folder where the program may
+// not make files, is truncated and written over; until that has ended, it is no package.
 void vex_pkg_close_file(vex_pkg_file* pkg);
 
 // The same, but returns 0 when the file does not contain what the package did: writing, flushing or

@@ -5,8 +5,11 @@
 
 #include <cstdint>
 #include <cstring>
+#include <set>
 
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace {
 
@@ -355,6 +358,149 @@ TEST_F(Pkg, LargeSectionsAreWrittenWhole) {
     EXPECT_TRUE(bytes.substr(0, size) == read_section(pkg.get(), std::to_string(size).c_str())) << size;
     EXPECT_TRUE(bytes.substr(1, size - 1) == read_section(pkg.get(), (std::to_string(size) + " updated").c_str()));
   }
+}
+
+static std::set<std::string> files_here() {
+  std::set<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(".")) {
+    names.insert(entry.path().filename());
+  }
+  return names;
+}
+
+// What close makes of the output, whatever happened to it before and since it was opened.
+TEST_F(Pkg, OutputsAreReplacedWhole) {
+  const std::string old = make_package();
+  const std::string large(1000000, 'l');
+  std::string expected;
+  const auto move_away = [] { std::filesystem::rename("out", "moved"); };
+  const struct {
+    const char* name;
+    std::function<void()> before;
+    std::function<void()> meanwhile;
+    std::set<std::string> files;
+    std::function<bool()> holds;
+    const char* message = "";
+  } cases[] = {
+      {"mode",
+       [] { chmod("out", 0604); },
+       [] {},
+       {"out"},
+       [] {
+         struct stat status = {};
+         return stat("out", &status) == 0 && (status.st_mode & 07777) == 0604;
+       }},
+      {"link",
+       [=] {
+         move_away();
+         symlink("moved", "out");
+       },
+       [] {},
+       {"moved", "out"},
+       [] { return std::filesystem::is_symlink("out"); }},
+      {"two names",
+       [] { link("out", "other"); },
+       [] {},
+       {"other", "out"},
+       [&] { return read_file("other") == expected; }},
+      {"removed", [] {}, [] { unlink("out"); }, {"out"}, [] { return true; }},
+      {"moved", [] {}, move_away, {"moved", "out"}, [&] { return read_file("moved") == old; }},
+      {"other folder",
+       [] {},
+       [] { std::filesystem::current_path(".."); },
+       {"out"},
+       [] {
+         std::filesystem::current_path("other folder");
+         return true;
+       }},
+      {"a folder now",
+       [] {},
+       [] {
+         unlink("out");
+         mkdir("out", 0777);
+       },
+       {"out"},
+       [] { return true; },
+       "vex_pkg_close_file: Failed to replace out: Is a directory\n"},
+      {"no folder",
+       [] {},
+       [] {
+         unlink("out");
+         rmdir("../no folder");
+       },
+       {},
+       [] { return true; },
+       "vex_pkg_close_file: Failed to write out: No such file or directory\n"},
+  };
+  umask(027);
+  for (const unsigned mode : {CREATE, EDIT}) {
+    for (const auto& c : cases) {
+      SCOPED_TRACE(c.name + std::to_string(mode));
+      std::filesystem::create_directory(c.name);
+      std::filesystem::current_path(c.name);
+      write_file("out", old);
+      c.before();
+      vex_pkg_ptr pkg = open_package("out", mode);
+      EXPECT_EQ(1U, vex_pkg_add_data_section(pkg.get(), "large", large.data(), large.size()));
+      EXPECT_EQ(old, read_file("out"));
+      c.meanwhile();
+      const Printed printed =
+          capture([&] { EXPECT_EQ(c.message == ""s ? 1U : 0U, vex_pkg_close_file_checked(pkg.release())); });
+      EXPECT_EQ(c.message, printed.err);
+      EXPECT_TRUE(c.holds());
+      EXPECT_EQ(c.files, files_here());
+      if (c.message == ""s) {
+        expected = read_file("out");
+        EXPECT_EQ(large, read_section(open_package("out", READ).get(), "large"));
+        EXPECT_EQ(mode == CREATE ? "(none)" : "0123456789", read_section(open_package("out", READ).get(), "a"));
+      }
+      std::filesystem::current_path("..");
+      std::filesystem::remove_all(c.name);
+    }
+  }
+}
+
+// Readers beside writers find one package or the other.
+TEST_F(Pkg, ConcurrentReadersAndWriters) {
+  const auto write = [](char text) {
+    const std::string bytes(400000, text);
+    const vex_pkg_ptr pkg = open_package("p", CREATE);
+    vex_pkg_add_data_section(pkg.get(), "s", bytes.data(), bytes.size());
+    vex_pkg_add_data_section(pkg.get(), "t", bytes.data(), 1);
+  };
+  write('0');
+  std::vector<pid_t> writers;
+  for (const char text : {'1', '2'}) {
+    writers.push_back(fork());
+    if (writers.back() == 0) {
+      for (int i = 0; i < 50; ++i) {
+        write(text);
+      }
+      _exit(0);
+    }
+  }
+  while (waitpid(-1, nullptr, WNOHANG) >= 0) {
+    const vex_pkg_ptr pkg = open_package("p", READ);
+    const std::string text = read_section(pkg.get(), "t");
+    ASSERT_EQ(1U, text.size());
+    ASSERT_TRUE(read_section(pkg.get(), "s") == std::string(400000, text[0]));
+  }
+}
+
+// A package that is never closed leaves the old file, or an empty one.
+TEST_F(Pkg, OutputsWithoutCloseStay) {
+  const std::string old = make_package();
+  const pid_t child = fork();
+  if (child == 0) {
+    for (const char* name : {"good", "new"}) {
+      vex_pkg_add_data_section(vex_pkg_open_file(name, CREATE), "s", "bytes", 5);
+    }
+    _exit(0);
+  }
+  waitpid(child, nullptr, 0);
+  EXPECT_EQ(old, read_file("good"));
+  EXPECT_EQ("", read_file("new"));
+  EXPECT_EQ((std::set<std::string>{"good", "new"}), files_here());
 }
 
 // A package with ten sections of whose names each is an end of the longest, "a" the last of them.

@@ -47,9 +47,15 @@ protected:
     clean_up();
   }
 
+  // Removes results, and the temporary files of runs that were killed.
   static bool clean_up() {
-    for (const std::string& result : {"made"s, "out"s, ".emu_models"s, BITCODE}) {
+    for (const std::string& result : {"made"s, "other name"s, "out"s, ".emu_models"s, BITCODE}) {
       std::filesystem::remove_all(result);
+    }
+    for (const auto& entry : std::filesystem::directory_iterator(".")) {
+      if (entry.path().filename().string().starts_with(".bfcl-")) {
+        std::filesystem::remove(entry);
+      }
     }
     std::filesystem::create_symlink("c/top.v", BITCODE); // which no command may write through
     return std::filesystem::create_directory("out");
@@ -157,40 +163,79 @@ TEST_F(Robustness, FilesOfOtherKinds) {
   }
 }
 
+enum Output { NEW, OLD, OLD_WITH_TWO_NAMES };
+
 struct Command {
   const char* name;
   std::vector<std::string> words;
   int status = 0;
+  Output output = NEW; // what there is in its place
 
   friend void PrintTo(const Command& command, std::ostream* out) { *out << command.name; }
 };
 
 class Faults : public Robustness, public testing::WithParamInterface<Command> {
 protected:
+  // Also puts an old package in the place of the output.
+  bool prepare() {
+    clean_up();
+    if (GetParam().output != NEW) {
+      std::filesystem::copy("old", "made");
+    }
+    if (GetParam().output == OLD_WITH_TWO_NAMES) {
+      std::filesystem::create_hard_link("made", "other name");
+    }
+    return true;
+  }
+
+  // The output is the old one, the new one, or nothing that a reader takes for a package. What a
+  // failed packaging leaves is a package that lacks the last section.
+  bool is_whole(const Outcome& run, const Files& left) {
+    const auto made = left.find("./made");
+    return made == left.end() || made->second == read_file("old") || made->second == m_results["./made"] ||
+           section_names_of("made").empty() ||
+           (run.status == 1 && GetParam().words[0] == "-c" && ::run({"readelf", "-SW", "made"}).err == "" &&
+            section_names_of("made").find(".comp_header") == std::string::npos);
+  }
+
   // What a run with a fault must leave, and that the next one makes up for it. A linker that fails says nothing, and
   // whether files are removed is not looked at.
   void judge(const Outcome& run, const std::string& fault, const std::string& call = "") {
     SCOPED_TRACE(fault + " " + call + "\n" + run.out + run.err);
     auto left = files();
+    const bool killed = fault.starts_with("kill");
     const bool finished = left == m_results || call == "unlink";
+    EXPECT_TRUE(is_whole(run, left));
+    EXPECT_TRUE(killed || call == "unlink" || std::none_of(left.begin(), left.end(), is_temporary));
     if (run.status == 0) {
       EXPECT_TRUE(finished && run.out == m_good.out && (call != "fsync" || access("mark", F_OK) != 0));
     } else if (run.status == 1) {
-      EXPECT_TRUE(finished || left == m_inputs || GetParam().words[0] != "create");
+      EXPECT_TRUE(finished || is_without_output(left) || GetParam().words[0] != "create");
       EXPECT_TRUE(run.out + run.err != "" || call == "system");
     } else {
-      EXPECT_TRUE(fault.find("kill") == 0 || run.err.find("Assertion `") != std::string::npos) << run.status;
+      EXPECT_TRUE(killed || run.err.find("Assertion `") != std::string::npos) << run.status;
     }
     for (const auto& [name, bytes] : m_inputs) {
-      EXPECT_TRUE(bytes == left[name]) << name;
+      EXPECT_TRUE(bytes == left[name] || is_output(name)) << name;
     }
     EXPECT_EQ(m_good.status, bfcl_library(GetParam().words).status);
     left = files();
-    if (fault.find("kill") == 0) { // which leaves the file that was being written
-      std::erase_if(left, [](const auto& file) { return file.first.find("/.bfcl-") != std::string::npos; });
+    std::erase_if(left, is_temporary);
+    if (GetParam().output == OLD_WITH_TWO_NAMES) { // a failed run has removed one of them
+      left["./other name"] = m_results["./other name"];
     }
     EXPECT_TRUE(m_results == left);
-    clean_up();
+    prepare();
+  }
+
+  static bool is_temporary(const Files::value_type& file) { return file.first.find("/.bfcl-") != std::string::npos; }
+  static bool is_output(const std::string& name) { return name == "./made" || name == "./other name"; }
+
+  bool is_without_output(Files left) const {
+    Files inputs = m_inputs;
+    std::erase_if(inputs, [](const auto& file) { return is_output(file.first); });
+    std::erase_if(left, [](const auto& file) { return is_output(file.first); });
+    return left == inputs;
   }
 
   // Breaks each of the calls in turn; returns how many there were.
@@ -219,21 +264,23 @@ protected:
   }
 
   // A source and a package that are mapped, and written in pieces.
-  static Files enlarge_inputs() {
+  Files make_inputs() {
     write_file("c/top.v", "module top(a);\n" + std::string(300000, '\n'));
     EXPECT_EQ(0, bfcl_library({"-c", "c/spec.xml", "-o", "f"}).status);
     EXPECT_EQ(0, bfcl_library({"create", "-name", "lib", "f", "k"}).status);
+    EXPECT_EQ(0, bfcl_library({"create", "-o", "old", "f"}).status);
+    prepare();
     return files();
   }
 
-  Files m_inputs = enlarge_inputs();
+  Files m_inputs = make_inputs();
   Outcome m_good = bfcl_library(GetParam().words);
   Files m_results = files();
-  bool m_cleaned = clean_up();
+  bool m_prepared = prepare();
 };
 
-constexpr const char* CALLS = "open close read pread write pwrite fcntl fallocate fsync ftruncate stat fstat mmap "
-                              "memfd_create mkdir mkostemp fchmod rename getcwd fopen "
+constexpr const char* CALLS = "open close read pread write pwrite fcntl fallocate ftruncate stat fstat mmap "
+                              "memfd_create mkostemp fchmod dup3 realpath mkdir rename getcwd fopen "
                               "fdopen popen fread fgets fwrite fclose pclose fflush unlink system";
 
 TEST_P(Faults, BrokenCalls) {
@@ -241,8 +288,9 @@ TEST_P(Faults, BrokenCalls) {
   EXPECT_LT(0, check_calls("fail", "malloc"));
   EXPECT_LT(0, check_calls("fail", "new"));
   EXPECT_LT(0, check_calls("fail", CALLS));
-  check_calls("end", "read pread fread"); // as of a file that shrinks
-  check_calls("kill", CALLS);
+  EXPECT_EQ(m_results.contains("./made"), check_calls("fail", "fsync") > 0); // no success without it
+  check_calls("end", "read pread fread");                                    // as of a file that shrinks
+  check_calls("kill", CALLS + " fsync"s);
 }
 
 TEST_P(Faults, FullDisk) {
@@ -263,17 +311,21 @@ TEST_P(Faults, FullOutput) {
     EXPECT_EQ(fails ? std::string("Error: Cannot write to standard output: ") + reason + "\n" : "", outcome.err);
     std::filesystem::remove("out.txt");
     EXPECT_TRUE(m_results == files()) << output;
-    clean_up();
+    prepare();
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(, Faults,
-                         testing::Values(Command{"Package", {"-c", "c/spec.xml", "-o", "made"}},
-                                         Command{"PackageOverSource", {"-c", "c/spec.xml", "-o", "c/top.v"}, 1},
-                                         Command{"Create", {"create", "-o", "made", "f", "k"}},
-                                         Command{"CreateVerbose", {"create", "-v", "-o", "made", "f", "k"}},
-                                         Command{"CreateOverInput", {"create", "-o", "f", "f", "k"}, 1},
-                                         Command{"List", {"list", "lib.bfclib"}},
-                                         Command{"ExtractCModels", {"extract_c_models", "lib.bfclib", "out"}},
-                                         Command{"ExtractClangIr", {"extract_clang_ir", "lib.bfclib", IR_TYPE, "out"}}),
-                         [](const auto& command) { return std::string(command.param.name); });
+INSTANTIATE_TEST_SUITE_P(
+    , Faults,
+    testing::Values(Command{"Package", {"-c", "c/spec.xml", "-o", "made"}},
+                    Command{"PackageOverSource", {"-c", "c/spec.xml", "-o", "c/top.v"}, 1},
+                    Command{"PackageOverOld", {"-c", "c/spec.xml", "-o", "made"}, 0, OLD},
+                    Command{"Create", {"create", "-o", "made", "f", "k"}},
+                    Command{"CreateOverOld", {"create", "-o", "made", "f", "k"}, 0, OLD},
+                    Command{"CreateOverTwoNames", {"create", "-o", "made", "f", "k"}, 0, OLD_WITH_TWO_NAMES},
+                    Command{"CreateVerbose", {"create", "-v", "-o", "made", "f", "k"}},
+                    Command{"CreateOverInput", {"create", "-o", "f", "f", "k"}, 1},
+                    Command{"List", {"list", "lib.bfclib"}},
+                    Command{"ExtractCModels", {"extract_c_models", "lib.bfclib", "out"}},
+                    Command{"ExtractClangIr", {"extract_clang_ir", "lib.bfclib", IR_TYPE, "out"}}),
+    [](const auto& command) { return std::string(command.param.name); });

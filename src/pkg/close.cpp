@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "helpers.h"
+#include "output_file.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -49,11 +50,16 @@ void reserve_space(vex_pkg_file* pkg) {
   }
 }
 
-// Writes a changed package. libelf writes stale gaps and may write a garbage header table unless
-// the whole file is marked.
-bool write_package(vex_pkg_file* pkg) {
+// Writes a changed package to a temporary file. libelf writes stale gaps and may write a garbage
+// header table unless the whole file is marked. It knows the file by its descriptor's number only.
+bool write_package(vex_pkg_file* pkg, OutputFile& output) {
   if (pkg->show_info) {
     std::puts("vex_pkg_close_file: Pkg is dirty");
+  }
+  if (!output.begin(pkg->fd, pkg->path.get(), !pkg->created)) {
+    report(pkg->show_errors, "vex_pkg_close_file: Failed to write %s: %s\n", pkg->name.c_str(),
+           std::strerror(errno));
+    return false;
   }
   if (pkg->created && !pkg->damaged) {
     split_contents(pkg);
@@ -64,8 +70,8 @@ bool write_package(vex_pkg_file* pkg) {
     report(true, " elf_update ()  failed : %s.", elf_error_text(-1));
     return false;
   }
-  // The disk is at work from here on, while the handle's memory is given back; fsync waits for it,
-  // and tells what went wrong.
+  // The disk is at work from here on, while the handle's memory is freed; fsync waits for it, and
+  // returns its errors.
   static_cast<void>(sync_file_range(pkg->fd, 0, 0, SYNC_FILE_RANGE_WRITE));
   if (pkg->show_info) {
     std::puts("vex_pkg_close_file: Pkg update is ok");
@@ -97,19 +103,28 @@ void unmap_sources(vex_pkg_file* pkg) {
   sources.clear();
 }
 
-bool close_descriptor(vex_pkg_file* pkg) {
-  bool ok = true;
-  if (pkg->dirty && fsync(pkg->fd) != 0) {
+// Flushes what was written and puts it in the place of the output.
+bool finish_output(const vex_pkg_file* pkg, OutputFile& output) {
+  if (fsync(pkg->fd) != 0) {
     report(pkg->show_errors, "vex_pkg_close_file: Failed to flush data on %s: %s\n",
            pkg->name.c_str(), std::strerror(errno));
-    ok = false;
+    return false;
   }
+  if (!output.commit(pkg->fd)) {
+    report(pkg->show_errors, "vex_pkg_close_file: Failed to replace %s: %s\n", pkg->name.c_str(),
+           std::strerror(errno));
+    return false;
+  }
+  return true;
+}
+
+bool close_descriptor(const vex_pkg_file* pkg) {
   if (close(pkg->fd) != 0) {
     report(pkg->show_errors, "vex_pkg_close_file: Failed to close %s: %s\n", pkg->name.c_str(),
            std::strerror(errno));
-    ok = false;
+    return false;
   }
-  return ok;
+  return true;
 }
 
 } // namespace
@@ -119,12 +134,13 @@ unsigned vex_pkg_close_file_checked(vex_pkg_file* pkg) {
     return 1;
   }
   const std::unique_ptr<vex_pkg_file> owner(pkg);
+  OutputFile output;
   bool ok = true;
   if (pkg->fd != -1) {
     if (pkg->show_info) {
       std::puts("vex_pkg_close_file: Pkg fd is live");
     }
-    ok = !pkg->dirty || (write_package(pkg) && check_mapped_sources(pkg));
+    ok = !pkg->dirty || (write_package(pkg, output) && check_mapped_sources(pkg));
   }
   while (elf_end(pkg->elf) != 0) {
     if (pkg->show_info) {
@@ -133,6 +149,7 @@ unsigned vex_pkg_close_file_checked(vex_pkg_file* pkg) {
   }
   unmap_sources(pkg);
   if (pkg->fd != -1) {
+    ok = ok && (!pkg->dirty || finish_output(pkg, output));
     ok = close_descriptor(pkg) && ok;
   }
   return ok ? 1 : 0;

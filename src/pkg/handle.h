@@ -46,6 +46,7 @@ struct Contents {
 
 struct vex_pkg_file {
   std::string name;        // for close-time messages; empty for a package in memory
+  malloc_ptr<char> path;   // of a writable file: absolute and without symbolic links, or null
   int fd = -1;             // -1 for a package in memory
   struct stat status = {}; // of the file when it was opened
   Elf* elf = nullptr;

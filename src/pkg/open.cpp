@@ -63,8 +63,8 @@ bool check_elf_version(bool show) {
   return true;
 }
 
-// Without O_TRUNC: what an existing file holds is kept until close writes over it. O_NONBLOCK,
-// which regular files ignore, keeps a FIFO from stopping the program.
+// Without O_TRUNC: an existing file keeps its contents until close replaces it. O_NONBLOCK, which
+// regular files ignore, keeps a FIFO from stopping the program.
 int open_descriptor(const char* name, unsigned mode) {
   constexpr int always = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
   if ((mode & VEX_PKG_READ_ONLY) != 0) {
@@ -119,7 +119,8 @@ void build_name_table(vex_pkg_file* pkg, Elf_Scn* section) {
                  INITIAL_NAME_TABLE_SIZE);
 }
 
-// Each step prints its failure, and the next one is made all the same.
+// Each step prints its failure, and the next one is made all the same. Without a string table the
+// package is returned, too, but never written.
 void build_new_package(vex_pkg_file* pkg) {
   build_header(pkg);
   Elf_Scn* section = make_section(pkg);
@@ -129,6 +130,7 @@ void build_new_package(vex_pkg_file* pkg) {
     header->sh_name = 1;
   }
   elfx_update_shstrndx(pkg->elf, elf_ndxscn(section));
+  pkg->damaged = pkg->damaged || header == nullptr || pkg->names.data == nullptr;
   vex_pkg_add_data_section(pkg, "", FIRST_SECTION_BYTES, FIRST_SECTION_SIZE);
   pkg->dirty = true;
 }
@@ -218,6 +220,9 @@ bool begin_package(vex_pkg_file* pkg, const char* name, unsigned mode) {
     report(pkg->show_errors, "Failed to allocate %d bytes of memory\n",
            static_cast<int>(std::strlen(name)));
     return false;
+  }
+  if (pkg->writable) {
+    pkg->path.reset(realpath(name, nullptr));
   }
   pkg->elf = elf_begin(pkg->fd, begin_command(mode), nullptr);
   if (pkg->elf == nullptr) {
