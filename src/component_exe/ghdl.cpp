@@ -4,6 +4,7 @@
 #include "description.h"
 #include "rtl_text.h"
 #include "sealed_tree.h"
+#include "unneeded_files.h"
 
 #include <algorithm>
 #include <array>
@@ -404,6 +405,13 @@ Design VhdlElaboration::read_design(const ToolResult& result) {
       m_report.error("port-undriven", port.place, "nothing drives output '" + port.name + "'");
     }
   }
+  for (const std::size_t index : unneeded_vhdl_files(m_request, m_tree)) {
+    m_report.warning("file-unneeded",
+                     index < m_request.file_places.size() ? m_request.file_places[index]
+                                                          : m_request.top_place,
+                     "no unit of '" + m_request.top + "' needs file '" +
+                         place_of(m_tree.name(index), 0).file + "'");
+  }
   for (const std::string& file : m_files) {
     design.module_files.push_back(m_tree.real_path(file));
   }
@@ -438,7 +446,7 @@ Place VhdlElaboration::place_of_name(const std::string& name) const {
     const std::string text =
         lower(blank_comments(read_text(m_tree.real_path(file)), FileKind::vhdl));
     for (const RtlUnit& unit : units_in(text, FileKind::vhdl)) {
-      if (unit.name != lower(m_request.top) || unit.is_package) {
+      if (unit.name != lower(m_request.top) || unit.keyword != "entity") {
         continue;
       }
       std::istringstream lines(text);
@@ -464,14 +472,7 @@ std::vector<std::string> VhdlElaboration::unit_names() const {
 }
 
 std::string VhdlElaboration::to_add(const std::string& unit) const {
-  const std::string neighbour = neighbour_with(unit, m_request);
-  if (neighbour.empty()) {
-    return suggestion(unit, unit_names());
-  }
-  std::error_code error;
-  const fs::path folder = fs::absolute(m_request.top_place.file, error).parent_path();
-  return "; " + tidy_path(neighbour) + " has it: add <FILE name=\"" +
-         fs::relative(neighbour, folder, error).string() + "\"/>";
+  return where_to_find(unit, m_request, unit_names());
 }
 
 } // namespace

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "rtl_text.h"
 
+#include "description.h"
+
 #include <algorithm>
 #include <array>
 #include <cctype>
@@ -141,7 +143,7 @@ std::vector<RtlUnit> units_in(const std::string& text, FileKind kind) {
     if (keywords.count(name) != 0 && last != "end" && last != "virtual") {
       keyword = name;
     } else if (!keyword.empty() && NO_NAMES.count(name) == 0) {
-      units.push_back({name, keyword == "package", word.line});
+      units.push_back({name, keyword, word.line});
       keyword.clear();
     } else if (name == "body" || name == "class" || name == "work") {
       keyword.clear(); // no definition of a unit
@@ -149,6 +151,23 @@ std::vector<RtlUnit> units_in(const std::string& text, FileKind kind) {
     last = name;
   }
   return units;
+}
+
+std::vector<std::string> macros_in(const std::string& text) {
+  std::vector<std::string> macros;
+  const std::string directive = "`define";
+  for (std::size_t at = text.find(directive); at != std::string::npos;
+       at = text.find(directive, at + 1)) {
+    const std::size_t from = text.find_first_not_of(" \t", at + directive.size());
+    std::size_t end = from;
+    while (end < text.size() && is_word(text[end])) {
+      ++end;
+    }
+    if (from != std::string::npos && end > from) {
+      macros.push_back(text.substr(from, end - from));
+    }
+  }
+  return macros;
 }
 
 bool has_word(const std::string& text, const std::string& word) {
@@ -236,6 +255,21 @@ std::string neighbour_with(const std::string& unit, const ElaborationRequest& re
     }
   }
   return "";
+}
+
+std::string file_element(const std::string& file, const ElaborationRequest& request) {
+  std::error_code error;
+  const fs::path folder = fs::absolute(request.top_place.file, error).parent_path();
+  const fs::path name = fs::proximate(file, folder, error);
+  return "<FILE name=\"" + (error ? file : name.string()) + "\"/>";
+}
+
+std::string where_to_find(const std::string& unit, const ElaborationRequest& request,
+                          const std::vector<std::string>& listed_units) {
+  const std::string neighbour = neighbour_with(unit, request);
+  return neighbour.empty()
+             ? suggestion(unit, listed_units)
+             : "; " + tidy_path(neighbour) + " has it: add " + file_element(neighbour, request);
 }
 
 } // namespace bfcl::component

@@ -20,11 +20,14 @@ namespace bfcl::component {
 
 // A module, interface, package, entity … that a text defines.
 struct RtlUnit {
-  std::string name; // of VHDL in lower case
-  bool is_package = false;
+  std::string name;    // of VHDL in lower case
+  std::string keyword; // such as module, package, entity
   unsigned line = 0;
 };
 [[nodiscard]] std::vector<RtlUnit> units_in(const std::string& text, FileKind kind);
+
+// The macros that a Verilog text defines.
+[[nodiscard]] std::vector<std::string> macros_in(const std::string& text);
 
 // Whether a word (an identifier) is in a text.
 [[nodiscard]] bool has_word(const std::string& text, const std::string& word);
@@ -41,5 +44,13 @@ struct RtlUnit {
 // that defines a unit; or empty.
 [[nodiscard]] std::string neighbour_with(const std::string& unit,
                                          const ElaborationRequest& request);
+
+// How the description would list a file: its path from there, as an XML element.
+[[nodiscard]] std::string file_element(const std::string& file, const ElaborationRequest& request);
+
+// "; FILE has it: add <FILE …/>" for a unit that a neighbour defines, a suggestion from the units
+// that are listed otherwise, or empty.
+[[nodiscard]] std::string where_to_find(const std::string& unit, const ElaborationRequest& request,
+                                        const std::vector<std::string>& listed_units);
 
 } // namespace bfcl::component

@@ -4,6 +4,7 @@
 #include "description.h"
 #include "rtl_text.h"
 #include "sealed_tree.h"
+#include "unneeded_files.h"
 #include "verilator_run.h"
 
 #include <algorithm>
@@ -89,7 +90,6 @@ private:
   [[nodiscard]] std::vector<std::string> unit_names(bool packages) const;
   [[nodiscard]] std::string file_with(const std::string& unit) const; // below root, or empty
   [[nodiscard]] Place parameter_place(const std::string& name) const;
-  [[nodiscard]] std::string to_list(const std::string& file) const;
 
   const ElaborationRequest& m_request;
   Report& m_report;
@@ -192,7 +192,8 @@ bool VerilogElaboration::mend_include(const VerilatorMessage& message) {
     if (fs::is_regular_file(candidate, error)) {
       const std::string path = candidate.lexically_normal().string();
       m_report.error("include-unlisted", place_of(message),
-                     "included file '" + name + "' is not listed; add " + to_list(path));
+                     "included file '" + name + "' is not listed; add " +
+                         file_element(path, m_request));
       return !m_tree.add(path).empty();
     }
   }
@@ -218,12 +219,9 @@ bool VerilogElaboration::mend_package(const VerilatorMessage& message) {
   if (!m_reported_packages.insert(name).second) {
     return false;
   }
-  const std::string neighbour = neighbour_with(name, m_request);
-  const std::string found =
-      neighbour.empty() ? suggestion(name, unit_names(true))
-                        : "; " + tidy_path(neighbour) + " has it: add " + to_list(neighbour);
   m_report.error("module-missing", place_of(message),
-                 "package '" + name + "' is in none of the listed files" + found);
+                 "package '" + name + "' is in none of the listed files" +
+                     where_to_find(name, m_request, unit_names(true)));
   m_is_mended = true;
   return add_neighbour(name, true);
 }
@@ -233,12 +231,9 @@ bool VerilogElaboration::mend_module(const VerilatorMessage& message) {
   if (name.empty() || m_stubs.count(name) != 0) {
     return false;
   }
-  const std::string neighbour = neighbour_with(name, m_request);
-  const std::string found =
-      neighbour.empty() ? suggestion(name, unit_names(false))
-                        : "; " + tidy_path(neighbour) + " has it: add " + to_list(neighbour);
   m_report.error("module-missing", place_of(message),
-                 "module '" + name + "' is in none of the listed files" + found);
+                 "module '" + name + "' is in none of the listed files" +
+                     where_to_find(name, m_request, unit_names(false)));
   if (!add_neighbour(name, false)) {
     m_stubs[name].asked_for = message;
     m_is_mended = true;
@@ -266,12 +261,9 @@ bool VerilogElaboration::mend_pin(const VerilatorMessage& message) {
 
 bool VerilogElaboration::mend_top() {
   const std::vector<std::string> modules = unit_names(false);
-  const std::string neighbour = neighbour_with(m_job.top, m_request);
-  const std::string found =
-      neighbour.empty() ? suggestion(m_job.top, modules)
-                        : "; " + tidy_path(neighbour) + " has it: add " + to_list(neighbour);
   m_report.error("top-missing", m_request.top_place,
-                 "module '" + m_job.top + "' is in none of the listed files" + found);
+                 "module '" + m_job.top + "' is in none of the listed files" +
+                     where_to_find(m_job.top, m_request, modules));
   if (add_neighbour(m_job.top, false)) {
     return true;
   }
@@ -343,7 +335,7 @@ bool VerilogElaboration::try_order() {
     const std::vector<RtlUnit> units =
         units_in(read_text(m_tree.real_path(file)), FileKind::verilog);
     return std::all_of(units.begin(), units.end(),
-                       [](const RtlUnit& unit) { return unit.is_package; });
+                       [](const RtlUnit& unit) { return unit.keyword == "package"; });
   });
   for (unsigned attempt = 0; attempt < 2; ++attempt) {
     if (job.files != m_job.files && try_job(job).ok) {
@@ -424,7 +416,41 @@ Design VerilogElaboration::finish(const VerilatorRun& run) {
   for (std::string& file : design.module_files) {
     file = m_tree.real_path(file);
   }
+  if (!m_report.has_errors()) {
+    report_unneeded(run);
+  }
   return design;
+}
+
+// Which listed files the design does not need. Most files that have no module of the design are
+// packages and macros that others name; only the rest costs another run.
+void VerilogElaboration::report_unneeded(const VerilatorRun& run) {
+  const std::vector<std::size_t> candidates = unneeded_files(m_request, m_tree, run);
+  const auto is_compiled = [this](std::size_t index) {
+    return file_kind(m_tree.name(index)) == FileKind::verilog;
+  };
+  VerilatorJob job = m_job;
+  for (const std::size_t index : candidates) {
+    std::erase(job.files, m_tree.name(index));
+    m_tree.hide(index);
+  }
+  const bool has_compiled = std::any_of(candidates.begin(), candidates.end(), is_compiled);
+  const bool is_any_needed = has_compiled && !try_job(job).ok;
+  for (const std::size_t index : candidates) {
+    if (is_any_needed && is_compiled(index)) {
+      job = m_job;
+      std::erase(job.files, m_tree.name(index));
+      for (const std::size_t other : candidates) {
+        other == index ? m_tree.hide(other) : m_tree.show(other);
+      }
+    }
+    if (!is_any_needed || !is_compiled(index) || try_job(job).ok) {
+      m_report.warning("file-unneeded",
+                       index < m_request.file_places.size() ? m_request.file_places[index]
+                                                            : m_request.top_place,
+                       "no module of '" + m_job.top + "' needs file '" + listed_name(index) + "'");
+    }
+  }
 }
 
 void VerilogElaboration::report_undriven(const VerilatorRun& run, const Design& design) {
@@ -495,7 +521,7 @@ std::vector<std::string> VerilogElaboration::unit_names(bool packages) const {
   std::vector<std::string> names;
   for (const std::string& file : m_job.files) {
     for (const RtlUnit& unit : units_in(read_text(m_tree.real_path(file)), FileKind::verilog)) {
-      if (unit.is_package == packages) {
+      if ((unit.keyword == "package") == packages) {
         names.push_back(unit.name);
       }
     }
@@ -521,14 +547,6 @@ Place VerilogElaboration::parameter_place(const std::string& name) const {
     }
   }
   return m_request.top_place;
-}
-
-// How the description would list a file.
-std::string VerilogElaboration::to_list(const std::string& file) const {
-  std::error_code error;
-  const fs::path folder = fs::absolute(m_request.top_place.file, error).parent_path();
-  const fs::path name = fs::relative(file, folder, error);
-  return "<FILE name=\"" + (error ? file : name.string()) + "\"/>";
 }
 
 } // namespace
