@@ -63,22 +63,43 @@ void run_tasks(std::vector<Task>& tasks, unsigned jobs) {
   work();
 }
 
+// What the specification library says ("Error in 'FILE', line N" and lines of text) as findings.
+void report_diagnostics(const std::string& operand, const std::vector<std::string>& texts,
+                        Report& report) {
+  for (std::string text : texts) {
+    unsigned line = 0;
+    const std::size_t head = text.find('\n');
+    const std::size_t number = text.rfind(", line ", head);
+    if (number != std::string::npos) {
+      std::sscanf(text.c_str() + number, ", line %u", &line);
+    }
+    const bool is_warning = text.rfind("Warning", 0) == 0;
+    text.erase(0, head + 1 == text.size() ? 0 : head + 1);
+    text.erase(text.find_last_not_of('\n') + 1);
+    is_warning ? report.warning("description", {operand, line}, text)
+               : report.error("description", {operand, line}, text);
+  }
+}
+
 // Loads the operands, in their order. False when a description has errors.
-bool load_operands(const std::vector<std::string>& operands, PackagedDescriptions& loaded,
-                   Report& report) {
+bool load_operands(const CheckOptions& options, PackagedDescriptions& loaded, Report& report) {
   bool is_good = true;
-  for (const std::string& operand : operands) {
+  for (const std::string& operand : options.operands) {
     std::error_code error;
     Description description;
+    std::vector<std::string> texts;
+    std::vector<std::string>* const kept = options.json ? &texts : nullptr;
     if (!std::filesystem::is_regular_file(operand, error)) {
       report.cannot_check(operand, "does not exist or is not a regular file");
     } else if (is_package_name(operand)) {
-      is_good = load_packaged_descriptions(operand, loaded, report) && is_good;
-    } else if (load_description(operand, description)) {
-      loaded.descriptions.push_back(std::move(description));
+      is_good = load_packaged_descriptions(operand, loaded, report, kept) && is_good;
     } else {
-      is_good = false;
+      is_good = load_description(operand, description, "", kept) && is_good;
+      if (description.spec != nullptr) {
+        loaded.descriptions.push_back(std::move(description));
+      }
     }
+    report_diagnostics(operand, texts, report);
   }
   return is_good;
 }
@@ -86,7 +107,7 @@ bool load_operands(const std::vector<std::string>& operands, PackagedDescription
 int check(const CheckOptions& options) {
   Report report;
   PackagedDescriptions loaded;
-  const bool is_loaded = load_operands(options.operands, loaded, report);
+  const bool is_loaded = load_operands(options, loaded, report);
   std::vector<Task> tasks;
   for (const Description& description : loaded.descriptions) {
     for (std::size_t i = 0; i < description.lines.size(); ++i) {

@@ -106,16 +106,30 @@ void replace_all(std::string& text, const std::string& from, const std::string& 
   }
 }
 
-// Each text ends in a newline already; an empty line follows it, as in the library tool. Of what
-// was unpacked, the names in the package are shown.
-void print_diagnostics(const std::vector<std::string>& texts, const Description& description) {
-  for (std::string text : texts) {
+// The texts of the library; of what was unpacked they name the files in the package.
+std::vector<std::string> name_files(std::vector<std::string> texts,
+                                    const Description& description) {
+  for (std::string& text : texts) {
     if (!description.container.empty()) {
       replace_all(text, description.path, description.name);
       replace_all(text, description.folder + "/", "");
     }
+  }
+  return texts;
+}
+
+// As the library tool prints them: an empty line follows each text.
+void print_diagnostics(const char* heading, const std::vector<std::string>& texts) {
+  std::fputs(heading, stdout);
+  for (const std::string& text : texts) {
     std::puts(text.c_str());
   }
+}
+
+// The library prints a line of its own about a file that is not XML.
+bool is_xml(const std::string& path) {
+  tinyxml2::XMLDocument document;
+  return document.LoadFile(path.c_str()) == tinyxml2::XML_SUCCESS;
 }
 
 } // namespace
@@ -158,7 +172,7 @@ ElaborationRequest Description::request_for(std::size_t component) const {
 }
 
 bool load_description(const std::string& path, Description& description,
-                      const std::string& container) {
+                      const std::string& container, std::vector<std::string>* diagnostics) {
   description.path = path;
   description.container = container;
   const std::size_t slash = path.rfind('/');
@@ -166,16 +180,25 @@ bool load_description(const std::string& path, Description& description,
   description.folder = slash == std::string::npos ? "" : path.substr(0, slash);
   description.name =
       container.empty() ? tidy_path(path) : description.file_name(path.substr(slash + 1));
-  vex::efi::EFISpecXmlLoader loader(false, true);
-  description.spec.reset(loader.load_file(path.c_str()));
-  if (description.spec == nullptr) {
-    std::printf("Errors in HDL component specification file:");
-    print_diagnostics(loader.m_errors, description);
+  if (diagnostics != nullptr && !is_xml(path)) {
+    diagnostics->emplace_back("the file is not well-formed XML");
     return false;
   }
-  print_diagnostics(loader.m_warnings, description);
+  vex::efi::EFISpecXmlLoader loader(false, true);
+  description.spec.reset(loader.load_file(path.c_str()));
+  const bool is_good = description.spec != nullptr;
+  const std::vector<std::string> texts =
+      name_files(is_good ? loader.m_warnings : loader.m_errors, description);
+  if (diagnostics != nullptr) {
+    diagnostics->insert(diagnostics->end(), texts.begin(), texts.end());
+  } else {
+    print_diagnostics(is_good ? "" : "Errors in HDL component specification file:", texts);
+  }
+  if (!is_good && is_xml(path)) {
+    description.spec.reset(vex::efi::EFISpecXmlLoader(false, false).load_file(path.c_str()));
+  }
   description.lines = element_lines(path.c_str());
-  return description.lines.size() == description.spec->efi_elems().size();
+  return is_good;
 }
 
 } // namespace bfcl::component

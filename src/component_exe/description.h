@@ -58,10 +58,12 @@ struct Description {
 [[nodiscard]] std::string tidy_path(const std::string& path);
 
 // Loads and checks a specification with the specification library, whose diagnostics, in its order
-// and form, are printed to standard output. False when it has errors; the command then ends with
-// STATUS_ERROR. `container` is the package or library that it was unpacked from, which messages
-// then name instead of the folder of `path`.
+// and form, are printed to standard output, or appended to `diagnostics`. False when it has errors.
+// When they are those of the library's search for names in the files, the description is there all
+// the same (`spec` is not null): who looks closer can say more about them. `container` is the
+// package that it was unpacked from, or empty.
 [[nodiscard]] bool load_description(const std::string& path, Description& description,
-                                    const std::string& container = "");
+                                    const std::string& container = "",
+                                    std::vector<std::string>* diagnostics = nullptr);
 
 } // namespace bfcl::component

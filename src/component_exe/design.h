@@ -76,6 +76,11 @@ struct ElaborationRequest {
   Place files_place;
   std::vector<Place> file_places;      // where each file is listed, parallel; or empty
   std::vector<Place> parameter_places; // parallel; or empty
+
+  // What problems of checking are about.
+  [[nodiscard]] const std::string& subject() const {
+    return top_place.file.empty() ? top : top_place.file;
+  }
 };
 
 // Elaborates the top module with verilator or ghdl, as the files demand. Faults of the RTL and the

@@ -9,6 +9,7 @@
 namespace bfcl::component {
 
 const std::vector<Rule> RULES = {
+    {"description", "The specification library refuses the description"},
     {"top-missing", "The module of a FUNCTION is in none of the listed files"},
     {"module-missing",
      "An instantiated module, a package or a unit is in none of the listed files"},

@@ -173,6 +173,7 @@ public:
 private:
   bool prepare();
   [[nodiscard]] ToolResult ghdl(std::vector<std::string> words, bool in_new_library);
+  bool replace_missing_top();
   [[nodiscard]] ToolResult synthesize(const std::string& format);
   bool analyze();
   bool find_order(const std::vector<GhdlMessage>& listed);
@@ -180,11 +181,14 @@ private:
   bool report_missing(const GhdlMessage& message);
   void report_rest(const std::vector<GhdlMessage>& messages);
   bool check_parameters(const ToolResult& result);
+  void report_unneeded();
   void drop_parameter(std::size_t index, const std::string& why);
   Design read_design(const ToolResult& result);
   [[nodiscard]] Place place_of(const std::string& file, unsigned line) const;
+  [[nodiscard]] Place place_of_unit(const std::string& file, const std::string& unit) const;
   [[nodiscard]] Place place_of_name(const std::string& name) const;
   [[nodiscard]] std::vector<std::string> unit_names() const;
+  [[nodiscard]] std::vector<std::string> generic_names() const;
   [[nodiscard]] std::string to_add(const std::string& unit) const;
 
   const ElaborationRequest& m_request;
@@ -193,6 +197,7 @@ private:
   std::vector<std::string> m_files;
   std::vector<std::pair<std::string, std::string>> m_parameters;
   std::vector<Place> m_parameter_places;
+  std::string m_top;
   std::set<std::string> m_undriven;
   unsigned m_libraries = 0;
 };
@@ -200,7 +205,7 @@ private:
 bool VhdlElaboration::prepare() {
   const std::string problem = check_version();
   if (!problem.empty() || !m_tree.create(m_request.files)) {
-    m_report.cannot_check(m_request.top,
+    m_report.cannot_check(m_request.subject(),
                           problem.empty() ? "no temporary folder can be made" : problem);
     return false;
   }
@@ -211,6 +216,7 @@ bool VhdlElaboration::prepare() {
       m_files.push_back(name);
     }
   }
+  m_top = m_request.top;
   m_parameters = m_request.parameters;
   m_parameter_places = m_request.parameter_places;
   m_parameter_places.resize(m_parameters.size(), m_request.top_place);
@@ -233,7 +239,7 @@ ToolResult VhdlElaboration::synthesize(const std::string& format) {
   for (const auto& [name, value] : m_parameters) {
     words.push_back("-g" + name + "=" + value);
   }
-  words.push_back(m_request.top);
+  words.push_back(m_top);
   return ghdl(words, false);
 }
 
@@ -244,7 +250,7 @@ bool VhdlElaboration::analyze() {
   const ToolResult result = ghdl(words, true);
   const std::string problem = problem_of(result);
   if (!problem.empty()) {
-    m_report.cannot_check(m_request.top, problem);
+    m_report.cannot_check(m_request.subject(), problem);
     return false;
   }
   const std::vector<GhdlMessage> messages = parse_messages(result.errors);
@@ -261,7 +267,7 @@ bool VhdlElaboration::find_order(const std::vector<GhdlMessage>& listed) {
   ToolResult result = ghdl(words, true);
   std::vector<GhdlMessage> messages = listed;
   if (result.ok()) {
-    result = ghdl({"--elab-order", m_request.top}, false);
+    result = ghdl({"--elab-order", m_top}, false);
     messages = parse_messages(result.errors);
     std::istringstream lines(result.output);
     words = {"-a"};
@@ -274,8 +280,11 @@ bool VhdlElaboration::find_order(const std::vector<GhdlMessage>& listed) {
     }
   }
   if (result.ok()) {
-    m_report.warning("file-order", m_request.files_place,
-                     "the files elaborate in another order only");
+    std::vector<std::string> order;
+    for (auto file = words.begin() + 1; file != words.end(); ++file) {
+      order.push_back(place_of(*file, 0).file);
+    }
+    report_order(m_request, order, m_report);
     return true;
   }
   report_messages(messages.empty() ? listed : messages);
@@ -289,7 +298,7 @@ void VhdlElaboration::report_messages(const std::vector<GhdlMessage>& messages) 
     const std::size_t also = message.text.find(" was also defined in file ");
     if (also != std::string::npos) {
       const std::string name = quoted(message.text);
-      m_report.error("module-twice", place_of(message.file, message.line),
+      m_report.error("module-twice", place_of_unit(message.file, name),
                      "unit '" + name + "' is defined already, in " +
                          place_of(quoted(message.text, 1), 0).file);
     } else if (message.text.find(" is not bound [-Wbinding]") != std::string::npos) {
@@ -319,14 +328,11 @@ bool VhdlElaboration::report_missing(const GhdlMessage& message) {
 void VhdlElaboration::report_rest(const std::vector<GhdlMessage>& messages) {
   bool is_missing = false;
   for (const GhdlMessage& message : messages) {
-    is_missing = (!message.is_warning && report_missing(message)) || is_missing;
+    is_missing = (!message.is_warning && report_missing(message)) || is_missing ||
+                 message.file == "*libraries*"; // an old unit, now that a second one hides it
   }
   for (const GhdlMessage& message : messages) {
-    if (message.text.rfind("cannot find entity or configuration ", 0) == 0) {
-      m_report.error("top-missing", m_request.top_place,
-                     "entity '" + m_request.top + "' is in none of the listed files" +
-                         to_add(lower(m_request.top)));
-    } else if (!is_missing && !message.is_warning) {
+    if (!is_missing && !message.is_warning) {
       m_report.error(
           "hdl", message.file.empty() ? m_request.top_place : place_of(message.file, message.line),
           message.text);
@@ -347,8 +353,9 @@ bool VhdlElaboration::check_parameters(const ToolResult& result) {
     const bool is_unknown = message.text.rfind("no generic ", 0) == 0;
     for (std::size_t index = 0; is_unknown && index < m_parameters.size(); ++index) {
       if (lower(m_parameters[index].first) == quoted(message.text)) {
-        drop_parameter(index, "entity '" + m_request.top + "' has no generic '" +
-                                  m_parameters[index].first + "'");
+        const std::string name = m_parameters[index].first;
+        drop_parameter(index, "entity '" + m_top + "' has no generic '" + name + "'" +
+                                  suggestion(lower(name), generic_names()));
         return true;
       }
     }
@@ -370,8 +377,21 @@ bool VhdlElaboration::check_parameters(const ToolResult& result) {
   return false;
 }
 
+// Reports that no file has the top entity and goes on with the one that is probably meant.
+bool VhdlElaboration::replace_missing_top() {
+  const std::vector<std::string> units = unit_names();
+  if (m_top != m_request.top ||
+      std::find(units.begin(), units.end(), lower(m_top)) != units.end()) {
+    return false;
+  }
+  m_report.error("top-missing", m_request.top_place,
+                 "entity '" + m_top + "' is in none of the listed files" + to_add(lower(m_top)));
+  m_top = nearest_name(lower(m_top), units);
+  return true;
+}
+
 std::optional<Design> VhdlElaboration::run() {
-  if (!prepare() || !analyze()) {
+  if (!prepare() || (replace_missing_top() && m_top.empty()) || !analyze()) {
     return std::nullopt;
   }
   ToolResult result = synthesize("raw");
@@ -380,7 +400,7 @@ std::optional<Design> VhdlElaboration::run() {
   }
   const std::string problem = problem_of(result);
   if (!problem.empty()) {
-    m_report.cannot_check(m_request.top, problem);
+    m_report.cannot_check(m_request.subject(), problem);
     return std::nullopt;
   }
   const std::vector<GhdlMessage> messages = parse_messages(result.errors);
@@ -394,17 +414,27 @@ std::optional<Design> VhdlElaboration::run() {
 
 Design VhdlElaboration::read_design(const ToolResult& result) {
   Design design;
-  design.top = lower(m_request.top);
+  design.top = lower(m_top);
   design.ignores_case = true;
   design.place = place_of_name("");
   design.ports = read_ports(result.output);
   note_inouts(result.output, design.ports);
   for (Port& port : design.ports) {
     port.place = place_of_name(port.name);
-    if (port.direction != Direction::input && m_undriven.count(port.name) != 0) {
+    if (port.direction == Direction::output && m_undriven.count(port.name) != 0) {
       m_report.error("port-undriven", port.place, "nothing drives output '" + port.name + "'");
     }
   }
+  if (!m_report.has_errors()) {
+    report_unneeded();
+  }
+  for (const std::string& file : m_files) {
+    design.module_files.push_back(m_tree.real_path(file));
+  }
+  return design;
+}
+
+void VhdlElaboration::report_unneeded() {
   for (const std::size_t index : unneeded_vhdl_files(m_request, m_tree)) {
     m_report.warning("file-unneeded",
                      index < m_request.file_places.size() ? m_request.file_places[index]
@@ -412,10 +442,6 @@ Design VhdlElaboration::read_design(const ToolResult& result) {
                      "no unit of '" + m_request.top + "' needs file '" +
                          place_of(m_tree.name(index), 0).file + "'");
   }
-  for (const std::string& file : m_files) {
-    design.module_files.push_back(m_tree.real_path(file));
-  }
-  return design;
 }
 
 std::string VhdlElaboration::as_verilog() {
@@ -424,7 +450,7 @@ std::string VhdlElaboration::as_verilog() {
   }
   const ToolResult result = synthesize("verilog");
   if (!result.ok()) {
-    m_report.cannot_check(m_request.top, describe_failure("ghdl", result));
+    m_report.cannot_check(m_request.subject(), describe_failure("ghdl", result));
     return "";
   }
   return result.output;
@@ -440,13 +466,23 @@ Place VhdlElaboration::place_of(const std::string& file, unsigned line) const {
           line};
 }
 
+// The tool names the line of the first context clause before the unit.
+Place VhdlElaboration::place_of_unit(const std::string& file, const std::string& unit) const {
+  for (const RtlUnit& found : units_in(read_text(m_tree.real_path(file)), FileKind::vhdl)) {
+    if (found.name == unit) {
+      return place_of(file, found.line);
+    }
+  }
+  return place_of(file, 1);
+}
+
 // The line of a name behind "entity TOP", which the netlist does not have.
 Place VhdlElaboration::place_of_name(const std::string& name) const {
   for (const std::string& file : m_files) {
     const std::string text =
         lower(blank_comments(read_text(m_tree.real_path(file)), FileKind::vhdl));
     for (const RtlUnit& unit : units_in(text, FileKind::vhdl)) {
-      if (unit.name != lower(m_request.top) || unit.keyword != "entity") {
+      if (unit.name != lower(m_top) || unit.keyword != "entity") {
         continue;
       }
       std::istringstream lines(text);
@@ -466,6 +502,24 @@ std::vector<std::string> VhdlElaboration::unit_names() const {
   for (const std::string& file : m_files) {
     for (const RtlUnit& unit : units_in(read_text(m_tree.real_path(file)), FileKind::vhdl)) {
       names.push_back(unit.name);
+    }
+  }
+  return names;
+}
+
+// The names with a colon behind them in the top entity's text up to its ports.
+std::vector<std::string> VhdlElaboration::generic_names() const {
+  std::vector<std::string> names;
+  for (const std::string& file : m_files) {
+    const std::string text =
+        lower(blank_comments(read_text(m_tree.real_path(file)), FileKind::vhdl));
+    const std::size_t entity = text.find("entity " + lower(m_top));
+    const std::size_t ports = entity == std::string::npos ? entity : text.find("port", entity);
+    for (std::size_t colon = text.find(':', entity); colon < ports;
+         colon = text.find(':', colon + 1)) {
+      const std::size_t end = text.find_last_not_of(" \t\r\n", colon - 1) + 1;
+      const std::size_t from = text.find_last_of(" \t\r\n(;,", end - 1) + 1;
+      names.push_back(text.substr(from, end - from));
     }
   }
   return names;

@@ -97,7 +97,7 @@ void ModuleConflicts::add(const Description& description, std::size_t component,
     const Source source(description.file_path(file), kind);
     for (const RtlUnit& unit : source.units()) {
       const Place place = {description.file_name(file), unit.line};
-      if ((!unit.is_package && !design.has_module(unit.name, place)) ||
+      if ((unit.keyword != "package" && !design.has_module(unit.name, place)) ||
           !seen.insert(unit.name).second) {
         continue;
       }

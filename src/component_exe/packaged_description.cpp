@@ -88,7 +88,7 @@ bool is_package_name(const std::string& path) {
 }
 
 bool load_packaged_descriptions(const std::string& path, PackagedDescriptions& packaged,
-                                Report& report) {
+                                Report& report, std::vector<std::string>* diagnostics) {
   std::vector<std::string> faults;
   const auto file = vex::efi::read_package_file(path, faults);
   for (const std::string& fault : faults) {
@@ -110,7 +110,7 @@ bool load_packaged_descriptions(const std::string& path, PackagedDescriptions& p
     Description description;
     const std::string spec =
         folder.path() + "/" + package.directory_prefix + package.specification_name;
-    is_good = load_description(spec, description, tidy_path(path)) && is_good;
+    is_good = load_description(spec, description, tidy_path(path), diagnostics) && is_good;
     if (description.spec != nullptr) {
       packaged.descriptions.push_back(std::move(description));
       packaged.folders.push_back(std::move(folder));

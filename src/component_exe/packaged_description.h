@@ -22,8 +22,9 @@ struct PackagedDescriptions {
 // Unpacks the component packages of a file, each into a folder of its own with the layout that its
 // directory prefix describes, and appends their descriptions. A file without components is noted. A
 // damaged file, and one with names that lead out of the folder, are problems of the report. False
-// when a description has errors, which are printed.
+// when a description has errors, which are printed or appended, as by load_description.
 [[nodiscard]] bool load_packaged_descriptions(const std::string& path,
-                                              PackagedDescriptions& packaged, Report& report);
+                                              PackagedDescriptions& packaged, Report& report,
+                                              std::vector<std::string>* diagnostics = nullptr);
 
 } // namespace bfcl::component

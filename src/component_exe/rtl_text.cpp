@@ -272,4 +272,14 @@ std::string where_to_find(const std::string& unit, const ElaborationRequest& req
              : "; " + tidy_path(neighbour) + " has it: add " + file_element(neighbour, request);
 }
 
+void report_order(const ElaborationRequest& request, const std::vector<std::string>& order,
+                  Report& report) {
+  std::string list;
+  for (const std::string& file : order) {
+    list += (list.empty() ? "" : ", ") + file;
+  }
+  report.warning("file-order", request.files_place,
+                 "the files do not elaborate in this order, but in: " + list);
+}
+
 } // namespace bfcl::component

@@ -53,4 +53,8 @@ struct RtlUnit {
 [[nodiscard]] std::string where_to_find(const std::string& unit, const ElaborationRequest& request,
                                         const std::vector<std::string>& listed_units);
 
+// Warns that the files elaborate in another order only than the description lists them in.
+void report_order(const ElaborationRequest& request, const std::vector<std::string>& order,
+                  Report& report);
+
 } // namespace bfcl::component

@@ -106,7 +106,7 @@ private:
 
 bool VerilogElaboration::prepare() {
   if (!m_tree.create(m_request.files)) {
-    m_report.cannot_check(m_request.top, "no temporary folder can be made");
+    m_report.cannot_check(m_request.subject(), "no temporary folder can be made");
     return false;
   }
   m_job.top = m_request.top;
@@ -128,7 +128,7 @@ std::optional<Design> VerilogElaboration::run() {
   for (unsigned round = 0; round < MAX_ROUNDS; ++round) {
     const VerilatorRun run = try_job(m_job);
     if (!run.problem.empty()) {
-      m_report.cannot_check(m_request.top, run.problem);
+      m_report.cannot_check(m_request.subject(), run.problem);
       return std::nullopt;
     }
     report_duplicates(run);
@@ -141,7 +141,7 @@ std::optional<Design> VerilogElaboration::run() {
       return std::nullopt;
     }
   }
-  m_report.cannot_check(m_request.top, "verilator finds ever new faults");
+  m_report.cannot_check(m_request.subject(), "verilator finds ever new faults");
   return std::nullopt;
 }
 
@@ -400,8 +400,11 @@ Design VerilogElaboration::finish(const VerilatorRun& run) {
   report_undriven(run, design);
   report_unknown_parameters(&design);
   if (m_is_reordered) {
-    m_report.warning("file-order", m_request.files_place,
-                     "the files elaborate in another order only");
+    std::vector<std::string> order;
+    for (const std::string& file : m_job.files) {
+      order.push_back(place_of(file, 0).file);
+    }
+    report_order(m_request, order, m_report);
   }
   design.place = place_of(design.place.file, design.place.line);
   for (Port& port : design.ports) {
@@ -460,7 +463,7 @@ void VerilogElaboration::report_undriven(const VerilatorRun& run, const Design& 
   for (const VerilatorMessage& message : run.messages) {
     const std::string name = quoted(message.text);
     const Port* port = message.code == "UNDRIVEN" ? design.find_port(name) : nullptr;
-    if (port == nullptr || port->direction == Direction::input ||
+    if (port == nullptr || port->direction != Direction::output ||
         port->place != Place{message.file, message.line}) {
       continue;
     }
