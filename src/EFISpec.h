@@ -100,7 +100,7 @@ private:
 };
 
 // Print the names, the scheduling, the ports and the source files. The line of the output signal
-// has no end of its own: the next heading follows on it.
+// has no line end: the next heading follows on the same line.
 std::ostream& operator<<(std::ostream& stream, const EFIElem& elem);
 std::ostream& operator<<(std::ostream& stream, const EFISpec& spec);
 

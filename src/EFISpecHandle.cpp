@@ -21,7 +21,7 @@ const EFIElem& elem_of(const efi_elem_handle* elem) {
   return *reinterpret_cast<const EFIElem*>(elem);
 }
 
-// The texts end in a newline already; the empty line that puts adds stands between them.
+// Each text ends in a newline, and puts adds an empty line.
 void print_lines(const std::vector<std::string>& texts) {
   for (const std::string& text : texts) {
     std::puts(text.c_str());

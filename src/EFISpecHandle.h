@@ -7,7 +7,7 @@
  * A specification handle belongs to the caller of load_efi_spec_file until free_efi_spec_handle;
  * component handles and strings belong to their specification and die with it. Indices count from 0
  * and are not checked, nor are null handles (but for free_efi_spec_handle, which ignores null).
- * File names stand as the specification writes them, relative to the specification's directory. */
+ * File names are as the specification writes them, relative to the specification's directory. */
 
 #ifdef __cplusplus
 extern "C" {

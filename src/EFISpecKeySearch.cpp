@@ -86,8 +86,7 @@ void KeySearch::add_children(Node parent) {
       ++end;
     }
     const State byte_class = class_of(byte);
-    const State child = add_state(begin, end, parent.depth + 1,
-                                  parent.depth == 0 ? ROOT : next(fallback, byte_class));
+    const State child = add_state(begin, end, parent.depth + 1, next(fallback, byte_class));
     if (!is_row) {
       cell(parent.state, CHAIN_CLASS) = byte_class;
     }
@@ -126,7 +125,7 @@ void KeySearch::search(const char* block, std::size_t size) {
         step(states[i], block[i * part + done]);
       }
     }
-    // Each but the last goes on into the next part, for a key across the border.
+    // Each but the last continues in the next part, for a key across the border.
     for (std::size_t i = 1; i < CURSORS; ++i) {
       for (std::size_t k = 0; k < m_longest; ++k) {
         step(states[i - 1], block[i * part + k]);
@@ -141,9 +140,8 @@ void KeySearch::search(const char* block, std::size_t size) {
   collect();
 }
 
-// An empty key is in any line. A text that ends a state's text ends with its fallback's, too.
+// A text that ends with a state's text ends with that of its fallback, too.
 void KeySearch::collect() {
-  cell(ROOT, REACHED) = 1;
   cell(m_state, REACHED) = 1;
   for (auto node = m_nodes.rbegin(); node != m_nodes.rend(); ++node) {
     cell(cell(node->state, FALLBACK), REACHED) |= cell(node->state, REACHED);

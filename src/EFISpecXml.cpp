@@ -15,19 +15,20 @@ using tinyxml2::XMLElement;
 
 namespace {
 
-// The parse of a whole text. The XML library's queries stop at the first character that does not
-// fit, so that "3.5" would pass as the integer 3, and let large integers wrap.
+// Whether a number that the XML library has read is the whole text. The library stops at the first
+// character that does not fit, so that "3.5" would pass as the integer 3, and lets large integers
+// wrap.
 bool is_whole_integer(const char* text, int value) {
   const char* digits = text + std::strspn(text, " \t\n\r");
   const bool hex = digits[0] == '0' && (digits[1] == 'x' || digits[1] == 'X');
   char* end = nullptr;
-  return std::strtol(text, &end, hex ? 16 : 10) == value && end != text && *end == '\0';
+  return std::strtol(text, &end, hex ? 16 : 10) == value && *end == '\0';
 }
 
 bool is_whole_float(const char* text) {
   char* end = nullptr;
   std::strtof(text, &end);
-  return end != text && *end == '\0';
+  return *end == '\0';
 }
 
 } // namespace

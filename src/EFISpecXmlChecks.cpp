@@ -22,12 +22,12 @@ namespace {
 constexpr std::size_t MIN_BLOCK_SIZE = 4096;
 constexpr std::size_t MAX_BLOCK_SIZE = std::size_t{1} << 18;
 
-// What a pipeline stage of that latency holds: a word, or nothing when it has no registers.
+// The capacity in words of a pipeline stage with that latency: without registers, none.
 int default_capacity(int latency) {
   return latency != 0 ? 1 : 0;
 }
 
-// The names in the rest of a file will be told to be missing: says why. Without an error, nothing.
+// Names in the rest of the file will be reported as missing: prints why, if there was an error.
 void report_read_error(const std::string& path, int error) {
   if (error != 0) {
     std::fprintf(stderr, "Error reading %s: %s\n", path.c_str(), std::strerror(error));
@@ -55,7 +55,7 @@ bool strings_in_file(const std::string& path, const std::vector<std::string>& ke
   // A directory, a FIFO or a device has no lines, and reading it may never end.
   struct stat status = {};
   KeySearch search(keys, result);
-  if (search.is_complete() || fstat(fd.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+  if (fstat(fd.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
     return search.is_complete();
   }
   // The names are usually near the begin of a file: the first block is small.
