@@ -21,7 +21,7 @@ namespace vex::xml {
 //
 // A report is one text handed to the callbacks: a head line with the source name and, where known,
 // the line number, then the message. Reports of errors return false, reports that test a rule
-// return whether it holds, warnings return true and change nothing.
+// return whether the document keeps it, warnings return true and change nothing.
 class BaseVisitor : public tinyxml2::XMLVisitor {
 public:
   // The visitor of a whole document. The callbacks are not owned; without any, reports are dropped.
@@ -65,7 +65,7 @@ public:
   bool report_error(const std::string& msg);
   bool report_warning(const std::string& msg);
 
-  // The element's place. An extra text that is not empty follows on a line of its own.
+  // The element's place. An extra text that is not empty follows on the next line.
   bool report_unexpected_elem(const tinyxml2::XMLElement& elem, const std::string& extra);
   bool report_unexpected_elem_stack(const tinyxml2::XMLElement& elem, unsigned count, ...);
   bool report_unexpected_elem_stack_with_top(const tinyxml2::XMLElement& elem, unsigned count, ...);

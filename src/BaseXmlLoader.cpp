@@ -12,7 +12,7 @@ namespace vex::xml {
 
 namespace {
 
-// The texts are parsed as they stand: entities replaced, white space kept.
+// The parser replaces entities and keeps white space.
 std::unique_ptr<tinyxml2::XMLDocument> make_document() {
   return std::make_unique<tinyxml2::XMLDocument>(true, tinyxml2::PRESERVE_WHITESPACE);
 }
@@ -85,7 +85,7 @@ void BaseXmlLoader::set_last_error(tinyxml2::XMLDocument* doc) {
   VEX_ASSERT_TEXT(doc != nullptr, "doc != __null");
   std::ostringstream text;
   text << "XML error: " << doc->ErrorName();
-  // The library keeps one detail string, with the line and what it found there.
+  // The library keeps one detail string, which contains the line and what is wrong there.
   const char* detail = doc->ErrorStr();
   if (detail != nullptr && *detail != '\0') {
     text << ", " << detail;

@@ -9,7 +9,7 @@
 
 namespace vex::xml {
 
-// Where validating visitors send what they have to say.
+// Receives the reports of validating visitors.
 class VisitorCallbacks {
 public:
   virtual ~VisitorCallbacks() = default;
@@ -35,7 +35,7 @@ public:
 
   void reset_errors();
 
-  // The text at an index that must lie within the list.
+  // The text at an index, which must be less than the length of the list.
   const std::string& get_error(unsigned index) const;
   const std::string& get_warning(unsigned index) const;
 

@@ -8,8 +8,9 @@
 // ".vex.info": three words separated by single blanks: version, name, vendor.
 //
 // ".vex.comp_table": one line for each function, "NAME KIND SECTION\n", then "<END_OF_TABLE>"
-// without a newline. KIND is "HDL" (SECTION holds the component package that defines the function)
-// or "LLVM_IR" (SECTION is the placeholder "<clang_ir>": the code is in the clang IR sections).
+// without a newline. KIND is "HDL" (SECTION contains the component package that defines the
+// function) or "LLVM_IR" (SECTION is the placeholder "<clang_ir>": the code is in the clang IR
+// sections).
 //
 // Both texts come from a file that anybody may have written: a reader returns 0 for one that is
 // damaged. The readers print nothing, but the container's show mode applies.
@@ -35,17 +36,17 @@ struct shelver_comp_table_entry {
 };
 
 // Takes the next token from `str`, or from *save when str is null: skips leading delimiters,
-// overwrites the delimiter after the token with a NUL and stores the place to go on from in *save.
-// Null at the end of the string.
+// overwrites the delimiter after the token with a NUL and stores the place to continue from in
+// *save. Null at the end of the string.
 char* shelver_strtok_r(char* str, const char* delimiters, char** save);
 
 // Fills the record, to be freed by shelver_free_info_section. 1 on success; 0 when the section is
-// missing, unreadable or holds fewer than three words, with the record's pointers null.
+// missing, unreadable or has fewer than three words, with the record's pointers null.
 int shelver_read_info_section(vex_pkg_file* lib_pkg, shelver_info_section* info_out);
 
 // Fills the first *num_entries entries, each to be freed by shelver_free_comp_table_entry. 1 on
 // success; 0, with nothing to free and *num_entries untouched, when the section is missing or
-// unreadable, a line holds fewer than three words, or there are more than
+// unreadable, a line has fewer than three words, or there are more than
 // SHELVER_MAX_COMP_TABLE_ENTRIES lines. A text that ends without "<END_OF_TABLE>" is read to its
 // end.
 int shelver_read_component_table(vex_pkg_file* lib_pkg, shelver_comp_table_entry* comp_table_out,

@@ -37,8 +37,9 @@ private:
   int m_fd;
 };
 
-// Calls move(done, left), as read and write are called, until no bytes are left or no more go, and
-// returns how many went; when fewer did, errno says why, or 0 at the end of what there is.
+// Calls move(done, left), which calls read or write, until no bytes are left or it moves none.
+// Returns the number of bytes moved. When it is less than `size`, errno is the reason, or 0 at the
+// end of the file.
 template <typename Move>
 std::size_t move_all(std::size_t size, Move move) {
   std::size_t done = 0;

@@ -1,8 +1,8 @@
 /* SPDX-License-Identifier: BSD-3-Clause */
 /* Preloaded into a program, breaks one call of the C library: the FAULT_AT-th one of the function
- * FAULT_CALL. The FAULT_ACTION is "fail" (an error), "end" (nothing more comes, as from a file that
- * shrank) or "kill" (SIGKILL). A broken write writes half. The file FAULT_MARK is made when the
- * call comes. Other programs run as ever. */
+ * FAULT_CALL. The FAULT_ACTION is "fail" (an error), "end" (the end of the file, as of one that
+ * shrank) or "kill" (SIGKILL). A broken write writes half. The call creates the file
+ * FAULT_MARK. Other programs run as usual. */
 #include <errno.h>
 #include <signal.h>
 #include <stddef.h>

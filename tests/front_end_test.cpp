@@ -18,7 +18,7 @@ namespace {
 using FrontEnd = InTempDir;
 using FrontEndDeathTest = InTempDir;
 
-// A text as a stream of its own.
+// A stream that reads a text.
 struct TextStream {
   explicit TextStream(std::string text) : m_text(std::move(text)), file(fmemopen(m_text.data(), m_text.size(), "r")) {}
   ~TextStream() { std::fclose(file); }

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// No damaged file and no fault of the machine crashes or hangs the program, costs a file, or passes for success.
+// With damaged files and failing system calls, the program does not crash or hang, destroys no file, and never reports
+// success for a failure.
 #include "pkg.h"
 #include "shelver_exe/commands.h"
 
@@ -132,7 +133,7 @@ TEST_F(Robustness, DamagedFiles) {
 }
 
 TEST_F(Robustness, FilesOfOtherKinds) {
-  write_file("c/huge", "module top(a);\n"); // and zeros: more than a package holds, and not a page of the disk
+  write_file("c/huge", "module top(a);\n"); // then zeros: too large for a package, without a block on the disk
   std::filesystem::resize_file("c/huge", 0xffffffff);
   mkfifo("c/fifo", 0666);
   write_file("c/secret", "module top(a);\n");
@@ -300,7 +301,7 @@ TEST_P(Faults, FullDisk) {
   }
 }
 
-// The command's files are as ever, and a reader that is gone is no error.
+// The command's files are complete. A reader that ends early is no error.
 TEST_P(Faults, FullOutput) {
   for (const auto& [output, reason] :
        {std::pair{"exec > /dev/full", "No space left on device"}, std::pair{"exec >&-", "Bad file descriptor"},

@@ -191,7 +191,7 @@ bool CModelExtraction::extract_file(vex_pkg_file* component, const char* section
   return true;
 }
 
-// An IR type that is not known is only told about: a library may hold its section all the same.
+// Only reports an unknown IR type: a library may contain its section all the same.
 void check_ir_type(const char* ir_type, const std::string& section) {
   if (std::find(CLANG_IR_TYPE_SECT_NAME.begin(), CLANG_IR_TYPE_SECT_NAME.end(), section) !=
       CLANG_IR_TYPE_SECT_NAME.end()) {

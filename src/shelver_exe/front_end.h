@@ -14,8 +14,8 @@
 // 1 once the option "-v" was given: commands print their progress.
 extern int verbose;
 
-// Whether the path has the directory bit in its mode: also true of block devices and sockets, whose
-// types hold the same bit. Links are followed. 0 when there is nothing there.
+// Whether the mode of the path's file has the directory bit, as that of block devices and sockets
+// has, too. Follows links. 0 when there is no file.
 int file_is_directory(const char* path);
 
 // Whether the path names a regular file; links are followed.

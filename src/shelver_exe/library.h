@@ -11,13 +11,13 @@
 //
 //   .vex.comp.FUNCTION      a whole component package, for each HDL input in processing order;
 //                           FUNCTION is the first one that its header names
-//   .vex.clang_ir.TARGET    linked LLVM bitcode, for each target that an OpenCL input holds, in the
+//   .vex.clang_ir.TARGET    linked LLVM bitcode, for each target that an OpenCL input has, in the
 //                           order of CLANG_IR_TYPE_SECT_NAME (opencl.h)
 //   .vex.comp_table         which functions there are, and the section of each (shelver.h)
 //   .vex.info               version, name and vendor (shelver.h)
-//   .vex.version            the tool version that the format goes with
+//   .vex.version            the version of the tool whose format this is
 //
-// All texts stand without a terminating NUL.
+// No text has a terminating NUL.
 
 inline constexpr const char* COMP_SECTION_PREFIX = ".vex.comp.";
 inline constexpr const char* VERSION_SECTION_NAME = ".vex.version";

@@ -47,7 +47,7 @@ int run(int argc, char** argv) {
   if (kept == 1) {
     show_help(argv[0], nullptr);
   }
-  // With options alone, the second slot still holds what it held: "-v", no command.
+  // With options alone, the second slot still contains "-v", which is no command.
   const char* word = argc > 1 ? argv[1] : nullptr;
   if (word == nullptr) {
     if (kept != 1) {

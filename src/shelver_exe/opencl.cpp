@@ -20,8 +20,8 @@ constexpr std::size_t MAX_COMMAND_SIZE = 131072;
 
 constexpr std::size_t LINE_SIZE = 4095; // bytes, the NUL included; longer lines come in pieces
 
-// A file name as one word of a shell command: within double quotes, with a backslash before what
-// the shell would still read there. A name that begins with "-" would be an option to the tool.
+// A file name as one word of a shell command: in double quotes, with a backslash before each
+// character that is special there. The tool would take a name that begins with "-" for an option.
 std::string quote(const std::string& file) {
   std::string word = file.starts_with('-') ? "\"./" : "\"";
   for (const char c : file) {
@@ -117,8 +117,8 @@ bool OpenClCode::is_in(vex_pkg_file* package) {
   return vex_pkg_section_exists(package, CLANG_IR_TYPE_SECT_NAME[LINUX_TARGET], nullptr) != 0;
 }
 
-// A bitcode file is written over what stands there, and removed in the end. What a symbolic link
-// leads to is not ours to write.
+// A bitcode file replaces what is there, and is removed at the end. The target of a symbolic link
+// is not ours to write.
 bool OpenClCode::claim_file(const std::string& file) const {
   if (!check_output_is_no_input(file, m_inputs) ||
       !check_output_is_no_input(file, {m_library_path})) {
@@ -139,8 +139,8 @@ bool OpenClCode::take_section(vex_pkg_file* package, const char* section, const 
   }
   struct stat status = {};
   const bool existed = lstat(file.c_str(), &status) == 0;
-  // Listed first, as a part of the file must go, too; one that was there, and may not even have
-  // been opened, must not.
+  // Listed first: a part of the file must be removed, too. A file that was there before, and that
+  // may not have been opened, must not.
   m_written.push_back(file);
   const bool written = vex_pkg_read_section_into_file(package, section, file.c_str()) != 0;
   if (!written && existed) {

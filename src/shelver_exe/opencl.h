@@ -21,23 +21,23 @@ inline constexpr std::array<const char*, 3> CLANG_IR_TYPE_SECT_NAME = {
 inline constexpr std::size_t LINUX_TARGET = 1;
 
 // Reads textual LLVM IR and appends the name of each function defined there to `functions`, and
-// those of the kernels among them to `kernels`. A name is what stands between the line's first "@"
-// and its first "(", quotes included; a "(" that does not leave a name there aborts.
+// those of the kernels among them to `kernels`. A name is the text between the line's first "@"
+// and its first "(", with its quotes. Aborts when there is no text between them.
 void extract_function_and_kernel_lists(std::FILE* stream, std::vector<std::string>& kernels,
                                        std::vector<std::string>& functions);
 
-// The OpenCL part of a library that is being made: the bitcode of all inputs, target by target. The
-// bitcode files it writes next to the inputs and the library are removed with it.
+// The OpenCL part of a new library: the bitcode of all inputs, for each target. Its destructor
+// removes the bitcode files that it wrote next to the inputs and the library.
 class OpenClCode {
 public:
-  // For the library that is to be made at that path from those inputs.
+  // For a library with that path, made from those inputs.
   OpenClCode(std::string library_path, const std::vector<std::string>& inputs)
       : m_library_path(std::move(library_path)), m_inputs(inputs) {}
   ~OpenClCode() { remove_files(); }
   OpenClCode(const OpenClCode&) = delete;
   OpenClCode& operator=(const OpenClCode&) = delete;
 
-  // Whether the package holds OpenCL code.
+  // Whether the package contains OpenCL code.
   static bool is_in(vex_pkg_file* package);
 
   // Writes the package's clang IR sections into files beside it, PATH + SECTION + ".bc". False

@@ -38,7 +38,7 @@ struct PkgSectionKind {
   std::set<std::string> extensions;
 };
 
-// How many levels above their directory the names climb at most, through leading or inner "..".
+// How many levels above their directory the names lead at most, by leading or inner "..".
 int find_max_directory_depth(const std::vector<std::string>& names);
 
 // The directory prefix for that depth: the last `depth` directories of the working directory joined
