@@ -1,9 +1,11 @@
-# The man pages, completions, the schema and the file types. Without scdoc there are no man pages.
+# The man pages, completions, the schema, the file types, the documents and the examples. Without scdoc
+# there are no man pages.
 include(GNUInstallDirs)
 
 find_program(SCDOC scdoc)
 if(SCDOC)
-  foreach(page bfcl-library.1 bfcl-package.1 bfcl-component-xml.5 bfclib.5 bfco.5)
+  foreach(page bfcl.1 bfcl-library.1 bfcl-component.1 bfcl-package.1
+      bfcl-component-xml.5 bfclib.5 bfco.5)
     string(REGEX MATCH "[0-9]$" section ${page})
     set(source ${PROJECT_SOURCE_DIR}/share/man/${page}.scd)
     set(output ${PROJECT_BINARY_DIR}/man/${page})
@@ -13,7 +15,13 @@ if(SCDOC)
         ${PROJECT_SOURCE_DIR}/share/man/render.sh ${source} ${output}
       DEPENDS ${source} ${PROJECT_SOURCE_DIR}/share/man/render.sh VERBATIM)
     list(APPEND man_pages ${output})
-    install(FILES ${output} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section} COMPONENT program)
+    if(page STREQUAL "bfcl.1")
+      set(component launcher)
+    else()
+      set(component program)
+    endif()
+    install(FILES ${output}
+      DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section} COMPONENT ${component})
   endforeach()
   add_custom_target(man ALL DEPENDS ${man_pages})
 else()
@@ -21,7 +29,7 @@ else()
 endif()
 
 # Shells look for a file by the name of the command.
-foreach(command bfcl bfcl-library)
+foreach(command bfcl bfcl-library bfcl-component)
   if(command STREQUAL bfcl)
     set(component launcher)
   else()
@@ -39,3 +47,9 @@ install(FILES share/hdl-component.xsd share/bfcl.magic
   DESTINATION ${CMAKE_INSTALL_DATADIR}/bfcl-library COMPONENT program)
 install(FILES share/bfcl-mime.xml
   DESTINATION ${CMAKE_INSTALL_DATADIR}/mime/packages COMPONENT program)
+
+install(FILES README.md CONTRIBUTING.md CHANGELOG.md
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/bfcl-library COMPONENT program)
+install(DIRECTORY docs examples USE_SOURCE_PERMISSIONS
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/bfcl-library COMPONENT program
+  PATTERN examples/consumer/build EXCLUDE)

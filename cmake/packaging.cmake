@@ -1,5 +1,6 @@
 # Debian packages: cpack, in a build folder configured with -DCMAKE_INSTALL_PREFIX=/usr, writes
-#   bfcl-library            the program, and its CMake package with the functions for builds
+#   bfcl-library            the programs, their CMake package with the functions for builds, the
+#                           documents and the examples
 #   bfcl-library-launcher   bfcl
 #   libbfcl-dev             headers and libraries
 #   libbfcl1                with BUILD_SHARED_LIBS, what programs need at run time
@@ -53,9 +54,11 @@ endfunction()
 
 set(same_version "(= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})")
 bfcl_package(program bfcl-library devel "libraries of hardware components for OpenCL on FPGAs"
-  "Packages Verilog and VHDL components with their OpenCL C models, checks them
-against their specifications, and joins packages into libraries."
-  PACKAGE_SHLIBDEPS=ON)
+  "Packages Verilog and VHDL components with their OpenCL C models, joins packages
+into libraries, and looks into both. Checks, simulates and proves components with
+the suggested tools."
+  PACKAGE_SHLIBDEPS=ON
+  "PACKAGE_SUGGESTS=verilator, ghdl, yosys, clang, pocl-opencl-icd")
 bfcl_package(launcher bfcl-library-launcher devel "launcher of the bfcl kit's programs"
   "Runs the program bfcl-WORD for the command bfcl WORD, on machines that have
 no launcher of the kit."

@@ -7,7 +7,7 @@ files=$(cd "$(dirname "$0")/../share/completions" && pwd)
 command -v zsh >/dev/null && command -v fish >/dev/null || exit 77
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-cd "$work" && mkdir dir && touch {s,a,b}.txt s.xml a.bfco b.bfclib dir/a.bfco || exit 1
+cd "$work" && mkdir dir && touch {s,a,b}.txt s.xml a.bfco b.bfclib dir/a.bfco m.sv w.d || exit 1
 cat >rows <<'ROWS'
 bfcl l|library
 bfcl library l|list
@@ -20,9 +20,25 @@ bfcl library create -o b|b.bfclib
 bfcl library list b|b.bfclib
 bfcl library extract_c_models b.bfclib d|dir
 bfcl library extract_clang_ir b.bfclib s|spir64-unknown-unknown-ostrahw
+bfcl c|component
+bfcl component ch|check
+bfcl-component d|deps
+bfcl component check b|b.bfclib
+bfcl component check --json s|s.xml
+bfcl component check --jo|--jobs
+bfcl component check --jobs s|s
+bfcl component deps -o w|w.d
+bfcl component deps --t|--target
+bfcl component deps --target a.x s|s.xml
+bfcl component new m|m
+bfcl component new mod m|m.sv
+bfcl component new -o d|dir
+bfcl-component simulate --se|--seed
+bfcl component simulate --seed 3 s|s.xml
+bfcl component prove --d|--depth
 ROWS
 echo "fpath=($files \$fpath); autoload -Uz compinit; compinit -u -D
-bfcl bfcl-library() { print -r -- \$0 \$* >>zsh.log }" >zshrc
+bfcl bfcl-library bfcl-component() { print -r -- \$0 \$* >>zsh.log }" >zshrc
 zsh -fc 'zmodload zsh/zpty; zpty z zsh -fi; zpty -w z ". ./zshrc"
   cut -d"|" -f1 rows | while read -r line; do zpty -nw z "$line"$'\''\t\n'\''; done
   zpty -w z exit; while zpty -r z; do :; done' >zsh.out

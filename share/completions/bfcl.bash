@@ -1,7 +1,7 @@
 # shellcheck shell=bash
 # SPDX-License-Identifier: BSD-3-Clause
-# Completion of "bfcl library ..." and "bfcl-library ..." in bash, with or without the package
-# bash-completion.
+# Completion of "bfcl library ...", "bfcl component ...", "bfcl-library ..." and "bfcl-component ..." in
+# bash, with or without the package bash-completion.
 
 # _bfcl_files SUFFIX...: the files with one of the suffixes, and directories on the way to them.
 _bfcl_files() {
@@ -43,8 +43,13 @@ _bfcl_create() {
   esac
 }
 
-# _bfcl_command WORD...: the command and its operands before the word to complete.
-_bfcl_command() {
+_bfcl_folders() {
+  compopt -o filenames 2>/dev/null
+  mapfile -t COMPREPLY < <(compgen -d -- "$cur")
+}
+
+# _bfcl_library WORD...: the command and its operands before the word to complete.
+_bfcl_library() {
   local operands=$(($# - 1))
   case $1:$operands in
     :*) _bfcl_words hdl-comp-pkg -c create list extract_c_models extract_clang_ir help -v ;;
@@ -58,28 +63,67 @@ _bfcl_command() {
         x86_64-pc-windows-ostrahw
       ;;
     extract_c_models:1 | extract_clang_ir:2)
-      compopt -o filenames 2>/dev/null
-      mapfile -t COMPREPLY < <(compgen -d -- "$cur")
+      _bfcl_folders
+      ;;
+  esac
+}
+
+# The options of each command of bfcl-component.
+declare -A _bfcl_component_options=(
+  [check]='--json --jobs'
+  [new]='-o --clock --reset --map --param --latency'
+  [simulate]='--function --vectors --seed --range --waves --json'
+  [prove]='--function --depth --json'
+  [deps]='-o --target'
+)
+
+# _bfcl_component WORD...: the command and what follows it, before the word to complete.
+_bfcl_component() {
+  local command=${1-}
+  case $command:${*: -1} in
+    :*) _bfcl_words check new simulate prove deps --help ;;
+    new:-o) _bfcl_folders ;;
+    deps:-o) _bfcl_files .d ;;
+    deps:--target) _bfcl_files '' ;;
+    simulate:--waves) _bfcl_files .fst ;;
+    *:--json) _bfcl_component "$command" ;;
+    *:--* | new:new) ;; # a value of the user's own
+    *)
+      if [[ $cur == -* ]]; then
+        _bfcl_words "${_bfcl_component_options[$command]-} --help"
+      elif [[ $command == check ]]; then
+        _bfcl_files .xml .bfco .bfclib
+      elif [[ $command == new ]]; then
+        _bfcl_files .v .sv .svh .vhd .hex .mif
+      else
+        _bfcl_files .xml
+      fi
       ;;
   esac
 }
 
 _bfcl() {
   local cur=${COMP_WORDS[COMP_CWORD]} word words=()
-  local first=1
+  local program=${COMP_WORDS[0]##*/} first=1
   COMPREPLY=()
-  if [[ ${COMP_WORDS[0]##*/} == bfcl ]]; then
+  if [[ $program == bfcl ]]; then
     if [[ $COMP_CWORD -eq 1 ]]; then
-      _bfcl_words library
+      _bfcl_words library component package
       return
     fi
-    [[ ${COMP_WORDS[1]} == library ]] || return
+    program=bfcl-${COMP_WORDS[1]}
     first=2
   fi
-  for word in "${COMP_WORDS[@]:first:COMP_CWORD - first}"; do
-    [[ $word == -v ]] || words+=("$word")
-  done
-  _bfcl_command "${words[@]-}"
+  words=("${COMP_WORDS[@]:first:COMP_CWORD - first}")
+  case $program in
+    bfcl-component) _bfcl_component "${words[@]}" ;;
+    bfcl-library)
+      for word in "${!words[@]}"; do
+        [[ ${words[word]} != -v ]] || unset "words[word]"
+      done
+      _bfcl_library "${words[@]-}"
+      ;;
+  esac
 }
 
-complete -F _bfcl bfcl bfcl-library
+complete -F _bfcl bfcl bfcl-library bfcl-component

@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: BSD-3-Clause
-# Completion of "bfcl library ..." and "bfcl-library ..." in fish. Fish loads a program's file by its
-# name: bfcl-library.fish is this file too.
+# Completion of "bfcl library ...", "bfcl component ...", "bfcl-library ..." and "bfcl-component ..." in
+# fish. Fish loads a program's file by its name: bfcl-library.fish and bfcl-component.fish are this file
+# too.
 
 # The words before the one to complete, without the program and without -v: the command first.
 function __bfcl_words
@@ -94,4 +95,61 @@ for program in bfcl bfcl-library
     complete -c $program -n '__bfcl_at 1 extract_c_models' -a '(__bfcl_files)'
     complete -c $program -n '__bfcl_at 2 extract_clang_ir' -a '(__bfcl_files)'
 end
-complete -c bfcl -n 'test (count (commandline -opc)) -eq 1' -a library -d 'Manage libraries of hardware components'
+
+# The words of bfcl-component before the one to complete: the command first.
+function __bfcl_component_words
+    set -l words (commandline -opc)
+    if test (path basename -- $words[1]) = bfcl
+        test "$words[2]" = component; or return 1
+        set -e words[1]
+    end
+    set -e words[1]
+    string join \n -- $words
+    return 0
+end
+
+# __bfcl_component_at COMMAND...: whether one of the commands is on the line.
+function __bfcl_component_at
+    set -l words (__bfcl_component_words); or return
+    test (count $words) -gt 0; and contains -- $words[1] $argv
+end
+
+# __bfcl_component_wants COMMAND...: whether an operand of one of the commands may be next.
+function __bfcl_component_wants
+    __bfcl_component_at $argv; or return
+    set -l last (__bfcl_component_words)[-1]
+    test "$last" = --json; or not string match -qr -- '^(--|-o$|new$)' $last
+end
+
+# __bfcl_component_value COMMAND OPTION: whether the option's value is next.
+function __bfcl_component_value
+    __bfcl_component_at $argv[1]; and test (__bfcl_component_words)[-1] = $argv[2]
+end
+
+for program in bfcl bfcl-component
+    complete -c $program -f
+    for row in 'check|Check that specification, RTL and C model agree|--json --jobs' \
+            'new|Make a component of a module|-o --clock --reset --map --param --latency' \
+            'simulate|Run the RTL against the C model|--function --vectors --seed --range --waves --json' \
+            'prove|Prove latency, capacity and handshake|--function --depth --json' \
+            'deps|Write what a package depends on|-o --target'
+        set -l fields (string split '|' $row)
+        complete -c $program -n '__bfcl_component_words >/dev/null; and test (count (__bfcl_component_words)) -eq 0' \
+            -a $fields[1] -d $fields[2]
+        complete -c $program -n "string match -q -- '-*' (commandline -ct); and __bfcl_component_wants $fields[1]" \
+            -a "$fields[3] --help"
+    end
+    complete -c $program -n '__bfcl_component_wants check' -a '(__bfcl_files .xml .bfco .bfclib)'
+    complete -c $program -n '__bfcl_component_wants simulate prove deps' -a '(__bfcl_files .xml)'
+    complete -c $program -n '__bfcl_component_wants new' -a '(__bfcl_files .v .sv .svh .vhd .hex .mif)'
+    complete -c $program -n '__bfcl_component_value new -o' -a '(__bfcl_files)'
+    complete -c $program -n '__bfcl_component_value deps -o' -a '(__bfcl_files .d)'
+    complete -c $program -n '__bfcl_component_value deps --target' -a "(__bfcl_files '')"
+    complete -c $program -n '__bfcl_component_value simulate --waves' -a '(__bfcl_files .fst)'
+end
+
+for row in 'library|Manage libraries of hardware components' \
+        'component|Check, simulate and prove components' 'package|Look into packages and libraries'
+    set -l fields (string split '|' $row)
+    complete -c bfcl -n 'test (count (commandline -opc)) -eq 1' -a $fields[1] -d $fields[2]
+end
