@@ -199,9 +199,10 @@ VerilatorRun run_verilator(const SealedTree& tree, const VerilatorJob& job) {
   run.messages = parse_verilator_messages(result.errors);
   run.problem = problem_of(result, run.messages);
   run.ok = result.ok();
+  run.design.top = job.top;
   const std::string output = tree.work();
   if (run.ok && !(json ? read_verilator_json(output + "/netlist.json", output + "/meta.json", run)
-                       : read_verilator_xml((output + "/netlist.xml").c_str(), run))) {
+                       : read_verilator_xml(output + "/netlist.xml", run))) {
     run.ok = false;
     run.problem = "verilator's output cannot be read";
   }

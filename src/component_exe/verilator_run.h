@@ -48,8 +48,8 @@ struct VerilatorRun {
 [[nodiscard]] VerilatorRun run_verilator(const SealedTree& tree, const VerilatorJob& job);
 
 // The formats in which verilator writes what it elaborated: XML, and JSON (the netlist and the file
-// table beside it). False when the text is not in the format.
-[[nodiscard]] bool read_verilator_xml(const char* path, VerilatorRun& run);
+// table beside it). The top module is run.design.top. False when the text is not in the format.
+[[nodiscard]] bool read_verilator_xml(const std::string& path, VerilatorRun& run);
 [[nodiscard]] bool read_verilator_json(const std::string& netlist, const std::string& meta,
                                        VerilatorRun& run);
 

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
+#include "netlist_types.h"
+#include "rtl_text.h"
 #include "verilator_run.h"
 
 #include <cstdlib>
@@ -16,8 +18,6 @@ namespace bfcl::component {
 namespace {
 
 using tinyxml2::XMLElement;
-
-constexpr unsigned MAX_TYPE_DEPTH = 100; // of types in types
 
 std::string attribute(const XMLElement& element, const char* name) {
   const char* value = element.Attribute(name);
@@ -39,11 +39,6 @@ void for_each(const XMLElement* parent, const char* name, Visit visit) {
   }
 }
 
-struct Type {
-  PortKind kind = PortKind::vector;
-  unsigned width = 0;
-};
-
 class NetlistReader {
 public:
   NetlistReader(const XMLElement& root, VerilatorRun& run) : m_root(root), m_run(run) {}
@@ -51,16 +46,18 @@ public:
   bool read() {
     note_files();
     const XMLElement* netlist = m_root.FirstChildElement("netlist");
-    for_each(netlist != nullptr ? netlist->FirstChildElement("typetable") : nullptr, nullptr,
-             [this](const XMLElement& type) { m_types[attribute(type, "id")] = &type; });
+    for_each(
+        netlist != nullptr ? netlist->FirstChildElement("typetable") : nullptr, nullptr,
+        [this](const XMLElement& type) { m_types.add(attribute(type, "id"), read_type(type)); });
     for_each(netlist, "module", [this](const XMLElement& module) {
       m_run.design.modules.push_back({attribute(module, "origName"), place_of(module)});
       if (attribute(module, "topModule") == "1") {
         read_top(module);
+        m_is_found = true;
       }
     });
     note_data_files(netlist);
-    return !m_run.design.top.empty();
+    return m_is_found;
   }
 
 private:
@@ -102,7 +99,7 @@ private:
 
   Port read_port(const XMLElement& var) const {
     const std::string direction = attribute(var, "dir");
-    const Type type = type_of(attribute(var, "dtype_id"), 0);
+    const PortType type = m_types.port_type(attribute(var, "dtype_id"));
     return {attribute(var, "name"),
             direction == "input"    ? Direction::input
             : direction == "output" ? Direction::output
@@ -110,81 +107,39 @@ private:
             type.kind, type.width, place_of(var)};
   }
 
-  Type type_of(const std::string& id, unsigned depth) const {
-    const auto found = m_types.find(id);
-    if (found == m_types.end() || depth > MAX_TYPE_DEPTH) {
-      return {PortKind::other, 0};
-    }
-    const XMLElement& type = *found->second;
-    const std::string inner = attribute(type, "sub_dtype_id");
+  static NetlistType read_type(const XMLElement& type) {
+    NetlistType read;
+    read.inner = attribute(type, "sub_dtype_id");
     if (is_named(type, "basicdtype")) {
-      return basic_type(type);
+      return basic_type(attribute(type, "name"),
+                        1U + static_cast<unsigned>(
+                                 std::abs(type.IntAttribute("left") - type.IntAttribute("right"))));
     }
     if (is_named(type, "packarraydtype")) {
-      Type element = type_of(inner, depth + 1);
-      element.width *= elements_of(type);
-      return element;
+      read.shape = NetlistType::Shape::packed_array;
+      read.count = elements_of(type);
+    } else if (is_named(type, "structdtype") || is_named(type, "uniondtype")) {
+      read.shape = is_named(type, "structdtype") ? NetlistType::Shape::structure
+                                                 : NetlistType::Shape::overlay;
+      for_each(&type, "memberdtype", [&](const XMLElement& member) {
+        read.members.push_back(attribute(member, "sub_dtype_id"));
+      });
+    } else if (is_named(type, "unpackarraydtype")) {
+      read.shape = NetlistType::Shape::array;
+    } else if (is_named(type, "ifacerefdtype")) {
+      read.shape = NetlistType::Shape::interface;
+    } else if (!read.inner.empty()) {
+      read.shape = NetlistType::Shape::reference;
     }
-    if (is_named(type, "structdtype") || is_named(type, "uniondtype")) {
-      return compound_type(type, depth);
-    }
-    if (is_named(type, "unpackarraydtype")) {
-      return {PortKind::array, 0};
-    }
-    if (is_named(type, "ifacerefdtype")) {
-      return {PortKind::interface, 0};
-    }
-    return inner.empty() ? Type{PortKind::other, 0} : type_of(inner, depth + 1);
-  }
-
-  static Type basic_type(const XMLElement& type) {
-    const std::string name = attribute(type, "name");
-    if (name == "real" || name == "string" || name == "chandle" || name == "event") {
-      return {PortKind::other, 0};
-    }
-    return {PortKind::vector, 1U + static_cast<unsigned>(std::abs(type.IntAttribute("left") -
-                                                                  type.IntAttribute("right")))};
-  }
-
-  // The members of a struct are beside each other, those of a union on each other.
-  Type compound_type(const XMLElement& type, unsigned depth) const {
-    Type sum;
-    const bool is_union = is_named(type, "uniondtype");
-    for_each(&type, "memberdtype", [&](const XMLElement& member) {
-      const Type part = type_of(attribute(member, "sub_dtype_id"), depth + 1);
-      if (part.kind != PortKind::vector) {
-        sum.kind = part.kind;
-      }
-      sum.width = is_union ? std::max(sum.width, part.width) : sum.width + part.width;
-    });
-    return sum;
+    return read;
   }
 
   static unsigned elements_of(const XMLElement& array) {
-    std::vector<long> bounds;
+    std::vector<int> bounds;
     for_each(array.FirstChildElement("range"), "const", [&](const XMLElement& bound) {
-      const std::string value = attribute(bound, "name"); // "32'sh2"
-      const std::size_t digits = value.rfind('h');
-      bounds.push_back(digits == std::string::npos ? 0
-                                                   : static_cast<int>(std::strtoul(
-                                                         value.c_str() + digits + 1, nullptr, 16)));
+      bounds.push_back(value_of_constant(attribute(bound, "name")));
     });
-    return bounds.size() == 2 ? 1U + static_cast<unsigned>(std::labs(bounds[0] - bounds[1])) : 0;
-  }
-
-  // A string that is a number: "40'h782e686578" is "x.hex".
-  static std::string text_of(const std::string& constant) {
-    if (constant.size() >= 2 && constant.front() == '"') {
-      return constant.substr(1, constant.size() - 2);
-    }
-    std::string text;
-    const std::size_t digits = constant.rfind('h');
-    if (digits != std::string::npos) {
-      for (std::size_t at = digits + 1; at + 1 < constant.size(); at += 2) {
-        text += static_cast<char>(std::strtoul(constant.substr(at, 2).c_str(), nullptr, 16));
-      }
-    }
-    return text;
+    return bounds.size() == 2 ? 1U + static_cast<unsigned>(std::abs(bounds[0] - bounds[1])) : 0;
   }
 
   void note_data_files(const XMLElement* element) {
@@ -192,7 +147,8 @@ private:
       const XMLElement* name =
           is_named(*element, "readmem") ? element->FirstChildElement() : nullptr;
       if (name != nullptr && is_named(*name, "const")) {
-        m_run.design.data_files.push_back({text_of(attribute(*name, "name")), place_of(*element)});
+        m_run.design.data_files.push_back(
+            {text_of_constant(attribute(*name, "name")), place_of(*element)});
       }
     }
   }
@@ -212,17 +168,37 @@ private:
   const XMLElement& m_root;
   VerilatorRun& m_run;
   std::map<std::string, std::string> m_files;
-  std::map<std::string, const XMLElement*> m_types;
+  NetlistTypes m_types;
+  bool m_is_found = false;
 };
+
+// Expressions may nest more deeply than the XML library reads. Each element has its line, indented
+// by its depth, so that the lines that are left are XML again; ports and types are not that deep.
+std::string without_deep_lines(const std::string& text) {
+  constexpr std::size_t MAX_INDENT = 2 * 80;
+  std::string shallow;
+  for (std::size_t from = 0; from < text.size();) {
+    const std::size_t end = std::min(text.find('\n', from), text.size() - 1) + 1;
+    if (text.find_first_not_of(' ', from) - from <= MAX_INDENT) {
+      shallow.append(text, from, end - from);
+    }
+    from = end;
+  }
+  return shallow;
+}
 
 } // namespace
 
-bool read_verilator_xml(const char* path, VerilatorRun& run) {
+bool read_verilator_xml(const std::string& path, VerilatorRun& run) {
+  const std::string text = read_text(path);
   tinyxml2::XMLDocument document;
-  if (document.LoadFile(path) != tinyxml2::XML_SUCCESS || document.RootElement() == nullptr) {
-    return false;
+  document.Parse(text.c_str(), text.size());
+  if (document.ErrorID() == tinyxml2::XML_ELEMENT_DEPTH_EXCEEDED) {
+    const std::string shallow = without_deep_lines(text);
+    document.Parse(shallow.c_str(), shallow.size());
   }
-  return NetlistReader(*document.RootElement(), run).read();
+  return !document.Error() && document.RootElement() != nullptr &&
+         NetlistReader(*document.RootElement(), run).read();
 }
 
 } // namespace bfcl::component
