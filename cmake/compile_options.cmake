@@ -17,10 +17,19 @@ foreach(flags CMAKE_CXX_FLAGS_RELEASE CMAKE_CXX_FLAGS_RELWITHDEBINFO CMAKE_CXX_F
   string(REPLACE "-DNDEBUG" "" ${flags} "${${flags}}")
 endforeach()
 
-# Hardening of the builds that people install.
+# Hardening of the builds that people install, as far as the compiler and the C library support it.
+include(CheckCXXCompilerFlag)
+include(CheckCXXSourceCompiles)
+check_cxx_compiler_flag(-fcf-protection BFCL_HAS_CF_PROTECTION)
+set(CMAKE_REQUIRED_FLAGS "-O2 -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3 -Werror")
+check_cxx_source_compiles("#include <cstdio>\nint main() {}" BFCL_HAS_FORTIFY_3)
+unset(CMAKE_REQUIRED_FLAGS)
 set(hardened $<CONFIG:Release,RelWithDebInfo,MinSizeRel>)
 target_compile_options(bfcl_options INTERFACE
-  "$<${hardened}:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2;-fstack-protector-strong;-fstack-clash-protection>")
+  "$<${hardened}:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=$<IF:$<BOOL:${BFCL_HAS_FORTIFY_3}>,3,2>>"
+  "$<${hardened}:-fstack-protector-strong;-fstack-clash-protection>"
+  "$<$<BOOL:${BFCL_HAS_CF_PROTECTION}>:-fcf-protection>")
+target_compile_definitions(bfcl_options INTERFACE _GLIBCXX_ASSERTIONS)
 target_link_options(bfcl_options INTERFACE $<${hardened}:LINKER:-z,relro,-z,now,-z,noexecstack>)
 
 include(CheckPIESupported)

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: BSD-3-Clause
 # hardening_test.sh PROGRAM: fails unless a built program is hardened as a release: position-independent,
-# full RELRO, a stack that cannot be executed, stack protector, fortified calls.
+# full RELRO, a stack that cannot be executed, stack protector, fortified calls, assertions of the C++ library, marked
+# branch targets.
 set -euo pipefail
 program=$1
 status=0
@@ -24,4 +25,11 @@ check 'all symbols bound at start' 'BIND_NOW|FLAGS_1.*\bNOW\b' -d
 check 'stack not executable' 'GNU_STACK +(0x[0-9a-f]+ +){5}RW +' -l
 check 'stack protector' '__stack_chk_fail' --dyn-syms
 check 'fortified calls' '__[a-z]+_chk(@|$| )' --dyn-syms
+check 'assertions of the C++ library' '__glibcxx_assert_fail' --dyn-syms
+if [[ $(uname -m) != x86_64 ]] || grep -q 'endbr64' < <(objdump -d --section=.text "$program"); then
+  echo 'ok       marked branch targets'
+else
+  echo 'MISSING  marked branch targets'
+  status=1
+fi
 exit $status
