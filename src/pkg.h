@@ -23,7 +23,8 @@
 // otherwise they return 1 for success and 0 for failure; a null handle fails. A handle's show bits
 // say which messages it prints: failures on standard error, progress on standard output. A handle
 // on something that is no package (another kind of file, 64-bit or big-endian ELF, damaged tables,
-// sections or names that overlap many times) behaves as a package without sections.
+// sections or names that overlap, so that they claim more bytes than the file has) behaves as a
+// package without sections.
 //
 // Ownership. The container never copies section contents. A buffer handed to add or update stays
 // its caller's and must live, unchanged, until the package is closed. Contents that the container

@@ -4,12 +4,31 @@
 #include "support.h"
 
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
+#include <new>
 #include <set>
 
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+// The allocation of C++ that fails when it counts down to 0; none when it is 0.
+static long s_allocations = 0;
+
+void* operator new(std::size_t size) {
+  void* block = s_allocations > 0 && --s_allocations == 0 ? nullptr : std::malloc(size);
+  if (block == nullptr) {
+    throw std::bad_alloc();
+  }
+  return block;
+}
+void operator delete(void* block) noexcept {
+  std::free(block);
+}
+void operator delete(void* block, std::size_t) noexcept {
+  std::free(block);
+}
 
 namespace {
 
@@ -503,20 +522,71 @@ TEST_F(Pkg, OutputsWithoutCloseStay) {
   EXPECT_EQ((std::set<std::string>{"good", "new"}), files_here());
 }
 
-// A package with ten sections of whose names each is an end of the longest, "a" the last of them.
+// A package with four sections of whose names each is an end of the longest, "a" the last of them.
 static std::string make_nested_names() {
   const std::string longest(VEX_PKG_MAX_SECTION_NAME, 'a');
   vex_pkg_ptr pkg = open_package("nested", CREATE);
-  for (const std::string& name : {longest, "1"s, "2"s, "3"s, "4"s, "5"s, "6"s, "7"s, "8"s, "9"s}) {
+  for (const std::string& name : {longest, "1"s, "2"s, "3"s}) {
     EXPECT_EQ(1U, vex_pkg_add_data_section(pkg.get(), name.c_str(), "", 0));
   }
   pkg.reset();
   std::string image = read_file("nested");
   const std::uint32_t first = word_at(image, header_at(image, 3, 0));
-  for (std::uint32_t i = 1; i < 10; ++i) {
-    image = with_bytes(image, header_at(image, 3 + i, 0), word(first + (i < 9 ? i : 4095)));
+  for (std::uint32_t i = 1; i < 4; ++i) {
+    image = with_bytes(image, header_at(image, 3 + i, 0), word(first + (i < 3 ? i : 4095)));
   }
   return image;
+}
+
+TEST_F(Pkg, FirstSectionOfANameIsFound) {
+  const std::string good = make_package();
+  const std::string twice = word(word_at(good, header_at(good, 3, 0)));
+  write_file("good", with_bytes(good, header_at(good, 4, 0), twice)); // both "a"
+  const vex_pkg_ptr pkg = open_package("good", EDIT);
+  EXPECT_EQ("0123456789", read_section(pkg.get(), "a"));
+  EXPECT_EQ(1U, vex_pkg_update_section(pkg.get(), "a", "first", 5));
+  char names[8] = {};
+  EXPECT_EQ(1U, vex_pkg_section_names(pkg.get(), names, sizeof names));
+  EXPECT_STREQ("a\na", names);
+  EXPECT_EQ("first", read_section(pkg.get(), "a"));
+}
+
+// Changes the package "p" while one allocation fails; returns whether it was reached. What an operation reports is so.
+static bool change_with_fault(unsigned mode, long allocation) {
+  bool added[2] = {};
+  bool closed = false;
+  bool reached = false;
+  bool again = false;
+  capture([&] {
+    s_allocations = allocation;
+    vex_pkg_file* pkg = vex_pkg_open_file("p", mode);
+    vex_pkg_add_data_section(pkg, "new", "bytes", 5);
+    again = vex_pkg_add_data_section(pkg, ".shstrtab", "again", 5) != 0;
+    added[0] = vex_pkg_add_data_section_from_file(pkg, "small", "small") != 0;
+    added[1] = vex_pkg_add_data_section_from_file(pkg, "large", "large") != 0;
+    closed = vex_pkg_close_file_checked(pkg) != 0 && pkg != nullptr;
+    reached = s_allocations == 0;
+    s_allocations = 0;
+  });
+  EXPECT_FALSE(again);
+  const vex_pkg_ptr pkg = open_package("p", READ);
+  EXPECT_EQ(closed && added[0] ? "s" : "(none)", read_section(pkg.get(), "small"));
+  EXPECT_EQ(closed && added[1] ? 100000U : "(none)"s.size(), read_section(pkg.get(), "large").size());
+  EXPECT_TRUE(reached || (closed && added[0] && added[1]));
+  return reached;
+}
+
+TEST_F(Pkg, NoOperationThrows) {
+  write_file("small", "s");
+  write_file("large", std::string(100000, 'l'));
+  const std::string image = make_package();
+  for (const unsigned mode : {EDIT, CREATE}) {
+    long allocation = 0;
+    do {
+      write_file("p", image);
+    } while (change_with_fault(mode, ++allocation));
+    EXPECT_LT(5, allocation);
+  }
 }
 
 // Whatever a file is, a handle on it behaves as a package without that section.
@@ -526,10 +596,11 @@ TEST_F(Pkg, DamagedFilesHaveNoSections) {
   write_file("archived", "x");
   run({"ar", "rcS", "archive", "archived"});
   run({"cp", "/proc/self/exe", "elf64"});
+  run({"objcopy", "-I", "binary", "-O", "elf32-big", "--rename-section", ".data=a", "archived", "big-endian"});
+  const auto names_size = word_at(good, header_at(good, 1, 20));
   mkfifo("fifo", 0666);
   const std::string heaped =
-      with_bytes(with_bytes(with_bytes(good, header_at(good, 2, 16), whole), header_at(good, 3, 16), whole),
-                 header_at(good, 4, 16), whole);
+      with_bytes(with_bytes(good, header_at(good, 3, 16), whole), header_at(good, 4, 16), word(0) + word(1));
   const struct {
     const char* name;
     std::string image;
@@ -539,7 +610,8 @@ TEST_F(Pkg, DamagedFilesHaveNoSections) {
       {"archive", read_file("archive")},
       {"64-bit ELF", read_file("elf64")},
       {"64-bit class", with_bytes(good, 4, "\2")},
-      {"big-endian", with_bytes(good, 5, "\2")},
+      {"big-endian flag", with_bytes(good, 5, "\2")},
+      {"big-endian", read_file("big-endian")},
       {"header cut off", good.substr(0, 51)},
       {"section headers cut off", good.substr(0, good.size() - 80)},
       {"no string table", with_bytes(good, 50, std::string(2, '\0'))},
@@ -547,6 +619,7 @@ TEST_F(Pkg, DamagedFilesHaveNoSections) {
       {"string table without end", with_bytes(good, header_at(good, 1, 20), word(16))},
       {"string table of no size", with_bytes(good, header_at(good, 1, 20), word(0))},
       {"string table beyond the file", with_bytes(good, header_at(good, 1, 16), word(0xfffffff0))},
+      {"name at the table's end", with_bytes(good, header_at(good, 3, 0), word(names_size))},
       {"name beyond the table", with_bytes(good, header_at(good, 3, 0), word(0x7fffffff))},
       {"section beyond the file", with_bytes(good, header_at(good, 3, 20), word(0x7fffffff))},
       {"sections over each other", heaped},

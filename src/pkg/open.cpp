@@ -184,31 +184,31 @@ bool adopt_name_table(vex_pkg_file* pkg) {
   return measure_sections(pkg, section);
 }
 
-// Whether the sections in a file and their names claim far more bytes than there are, as they lie
-// over each other: reading them all would take memory, disk or time without end. What lies beyond
-// the last section does not count, as a sparse file has any size.
+// Whether the sections in a file, or their names, claim more bytes than there are, as they overlap:
+// reading them all would take memory, disk or time without end. What is behind the last section
+// does not count, as a sparse file has any size.
 bool claims_too_much(vex_pkg_file* pkg, std::uint64_t file_size) {
   if (!is_package(pkg)) {
     return false;
   }
   const Elf_Data* names = get_name_data_ptr(pkg, false);
   const std::uint64_t limit = std::min(file_size, MAX_FILE_SIZE);
-  std::uint64_t claimed = 0;
-  std::uint64_t headers = 0;
+  std::uint64_t section_bytes = 0;
+  std::uint64_t name_bytes = 0;
   std::uint64_t last_end = 0;
   Elf_Scn* section = nullptr;
-  while (claimed / 2 <= limit && (section = elf_nextscn(pkg->elf, section)) != nullptr) {
+  while (std::max(section_bytes, name_bytes) <= limit &&
+         (section = elf_nextscn(pkg->elf, section)) != nullptr) {
     const Elf32_Shdr header = read_section_header(section);
     const std::uint64_t end = std::uint64_t{header.sh_offset} + header.sh_size;
     if (header.sh_type != SHT_NOBITS && header.sh_size > 0 && end <= file_size) {
-      claimed += header.sh_size;
+      section_bytes += header.sh_size;
       last_end = std::max(last_end, end);
     }
     const char* name = get_section_name(section, names);
-    claimed += name != nullptr ? std::strlen(name) : 0;
-    headers += sizeof header;
+    name_bytes += name != nullptr ? std::strlen(name) : 0;
   }
-  return claimed / 2 > std::min(last_end + headers, limit);
+  return std::max(section_bytes, name_bytes) > last_end;
 }
 
 // Fills a new handle on a file; elf stays null when libelf does not take the file.
