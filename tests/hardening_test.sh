@@ -26,7 +26,8 @@ check 'stack not executable' 'GNU_STACK +(0x[0-9a-f]+ +){5}RW +' -l
 check 'stack protector' '__stack_chk_fail' --dyn-syms
 check 'fortified calls' '__[a-z]+_chk(@|$| )' --dyn-syms
 check 'assertions of the C++ library' '__glibcxx_assert_fail' --dyn-syms
-if [[ $(uname -m) != x86_64 ]] || grep -q 'endbr64' < <(objdump -d --section=.text "$program"); then
+# A few of them are in the C library's own start files.
+if [[ $(uname -m) != x86_64 || $(objdump -d --section=.text "$program" | grep -c endbr64) -gt 10 ]]; then
   echo 'ok       marked branch targets'
 else
   echo 'MISSING  marked branch targets'
