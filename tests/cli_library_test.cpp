@@ -177,7 +177,7 @@ TEST_F(Library, CModelsAreExtractedOnce) {
   EXPECT_EQ("int fa(int a);\n", read_file("dest/lib_.vex.comp.fa_fa.cl"));
   EXPECT_EQ("first", read_file("dest/lib_.vex.comp.fb_x.cl"));
   umask(mask);
-  for (const std::string path : {"lib", "dest/lib_.vex.comp.fa_fa.cl", ".emu_models"}) {
+  for (const std::string path : {"lib", "dest/lib_.vex.comp.fb_x.cl", ".emu_models"}) {
     EXPECT_EQ(path == ".emu_models" ? 0750U : 0640U, static_cast<unsigned>(std::filesystem::status(path).permissions()))
         << path;
   }

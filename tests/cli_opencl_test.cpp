@@ -16,7 +16,7 @@ constexpr const char* WINDOWS = ".vex.clang_ir.x86_64-pc-windows-ostrahw";
 constexpr const char* LINKER = R"(#!/bin/sh
 printf '<%s>' "$@" >> link.log
 echo >> link.log
-while [ "$1" != -o ]; do cat -- "$1" >> joined || exit 9; shift; done
+while [ "$1" != -o ]; do cat "$1" >> joined || exit 9; shift; done
 mv joined "$2"
 )";
 
@@ -24,7 +24,7 @@ class OpenCl : public InTempDir {
 protected:
   OpenCl() {
     write_tool("bfcl-link", LINKER);
-    write_tool("bfcl-opt", "#!/bin/sh\n[ \"$1\" = -S ] && cat -- \"$2\"\n");
+    write_tool("bfcl-opt", "#!/bin/sh\n[ \"$1\" = -S ] && cat \"$2\"\n");
   }
 
   static void write_tool(const std::string& name, const std::string& text) {
@@ -226,9 +226,9 @@ TEST_F(OpenCl, BitcodeFilesSpareInputsAndOutput) {
 
 // Names reach the tools as they are, whatever the shell would make of them.
 TEST_F(OpenCl, HostileFileNames) {
-  const std::vector<std::string> names = {"-o",   "-x",          "a b",  "$HOME", "`touch ran`", "$(touch ran)",
-                                          "a\"b", "a;touch ran", "a\nb", "\\",    "a\\",         "*",
-                                          "!",    "'",           "a&b",  "#",     "\xff\xfe"};
+  const std::vector<std::string> names = {"-o",          "-x",   "a b", "$HOME", "`touch ran`", "$(touch ran)", "a\"b",
+                                          "a;touch ran", "a\nb", "\\",  "\\$x",  "a\\\\b",      "a\\",          "*",
+                                          "!",           "'",    "a&b", "#",     "\xff\xfe"};
   std::vector<std::string> words = {"create", "-o", "lib \"$HOME\"`x`"};
   for (const std::string& name : names) {
     write_package(name, {{LINUX, std::string("define void @f").append(std::to_string(words.size())).append("()\n")}});
