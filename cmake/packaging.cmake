@@ -55,8 +55,8 @@ endfunction()
 set(same_version "(= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})")
 bfcl_package(program bfcl-library devel "libraries of hardware components for OpenCL on FPGAs"
   "Packages Verilog and VHDL components with their OpenCL C models, joins packages
-into libraries, and looks into both. Checks, simulates and proves components with
-the suggested tools."
+into libraries, and looks into both. Checks, simulates and proves components
+with the suggested tools."
   PACKAGE_SHLIBDEPS=ON
   "PACKAGE_SUGGESTS=verilator, ghdl, yosys, clang, pocl-opencl-icd")
 bfcl_package(launcher bfcl-library-launcher devel "launcher of the bfcl kit's programs"

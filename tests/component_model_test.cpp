@@ -164,6 +164,8 @@ const Row FAULTS[] = {
     {"missing_include", "a:32 =32", "\n#include \"g.h\"\nuint f(uint a) { return a; }",
      "f.cl:2: error: 'g.h' file not found; a C model cannot include files, since a library does "
      "not keep them [model-include]\n"},
+    {"no_return", "a:32 =32", "uint f(uint a)\n{\n  a += 1;\n}",
+     "f.cl:4: error: non-void function does not return a value [model]\n"},
     {"does_not_compile", "a:32 =32", "uint f(uint a)\n{ return b; }",
      "f.cl:2: error: use of undeclared identifier 'b' [model]\n"},
 };

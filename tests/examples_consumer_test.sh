@@ -85,6 +85,23 @@ for generator in "Unix Makefiles" Ninja; do
   grep -q '^max_u8x8: .*skid_buffer.v$' log || fail "the specification lacks files"
 done
 
+# The components are checked when one of their files changes.
+check_components() { # FOLDER
+  cmake -DCHECK=CHECK "$1/build" >log 2>&1 || fail "cmake with CHECK"
+  for count in 2 0; do
+    cmake --build "$1/build" >log 2>&1 || fail "a component has faults"
+    [[ $(grep -c Checking log) -eq $count ]] || fail "not $count components checked"
+  done
+  sed -i 's/^uint popcount64/ulong popcount64/' "$1/popcount/popcount.cl"
+  ! cmake --build "$1/build" >log 2>&1 || fail "the fault was not found"
+  grep -q 'popcount.cl:3: error: .* \[model-result\]$' log || fail "not the fault expected"
+}
+if command -v verilator >tools.log && command -v clang >tools.log; then
+  for folder in cmake_*/; do check_components "${folder%/}"; done
+else
+  missing+=("verilator or clang")
+fi
+
 checkout make
 change_inputs make 2 1 make -C make/consumer -j4 BFCL="$bfcl"
 cp make/consumer/build/bits.bfclib make.bfclib
