@@ -292,6 +292,7 @@ void ModelChecker::check() {
   report_second_definitions(definitions);
   // Of overloaded functions, the one that fits best is meant.
   std::vector<std::vector<Finding>> findings;
+  findings.reserve(definitions.size());
   for (const ModelFunction* definition : definitions) {
     findings.push_back(compare(*definition));
   }

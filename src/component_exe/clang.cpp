@@ -127,7 +127,7 @@ void erase_all(std::string& text, std::string_view part) {
 }
 
 // Every argument is __private itself, which clang says and no model does.
-std::string without_own_address_space(std::string type) {
+std::string without_own_address_space(const std::string& type) {
   const std::size_t star = type.rfind('*');
   std::string own = star == std::string::npos ? type : type.substr(star + 1);
   erase_all(own, " __private");

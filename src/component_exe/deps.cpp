@@ -67,7 +67,8 @@ std::string format_rule(const Rule& rule) {
   std::string text = escape(rule.target) + ":";
   for (const auto* names : {&rule.sources, &rule.dependencies}) {
     for (const std::string& name : *names) {
-      text += " \\\n  " + escape(name);
+      text += " \\\n  ";
+      text += escape(name);
     }
   }
   return text + "\n";
@@ -198,15 +199,14 @@ int fail(const std::string& subject, const std::string& text) {
 // The first name that no rule can contain, or empty.
 std::string find_unwritable_name(const std::vector<Rule>& rules) {
   for (const Rule& rule : rules) {
-    for (const auto* names : {&rule.sources, &rule.dependencies}) {
-      for (const std::string& name : *names) {
-        if (!is_writable_name(name)) {
-          return name;
-        }
-      }
-    }
     if (!is_writable_name(rule.target) || !can_be_target(rule.target)) {
       return rule.target;
+    }
+    for (const auto* names : {&rule.sources, &rule.dependencies}) {
+      const auto found = std::find_if_not(names->begin(), names->end(), is_writable_name);
+      if (found != names->end()) {
+        return *found;
+      }
     }
   }
   return "";

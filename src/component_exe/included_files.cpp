@@ -14,8 +14,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::string_view BLANKS = " \t\r\n";
-
 // A FIFO among the files must not keep us waiting.
 std::string read_regular_file(const std::string& path) {
   std::error_code error;

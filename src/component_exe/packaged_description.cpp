@@ -71,7 +71,7 @@ std::string unpack(const ComponentPackage& package, const fs::path& root) {
   }
   const std::string& folder = package.directory_prefix;
   for (const vex::efi::PackagedFile& file : package.files) {
-    const std::string problem = write_file(root, folder, file.name, file.bytes);
+    std::string problem = write_file(root, folder, file.name, file.bytes);
     if (!problem.empty()) {
       return problem;
     }
