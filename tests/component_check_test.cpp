@@ -167,7 +167,7 @@ TEST_F(ComponentCheckTest, FaultsOfToolsAreNoFaultsOfComponents) {
       {"crashed", "verilator",
        "[ $1 = --version ] && exec echo 'Verilator 5.006'\n"
        "echo '%Error: Internal Error: a.v:1:1: ../V3Ast.cpp:1: No' >&2\nexit 1",
-       "verilator failed by itself: %Error: Internal Error: a.v:1:1: ../V3Ast.cpp:1: No"},
+       "verilator failed by itself: Internal Error: a.v:1:1: ../V3Ast.cpp:1: No"},
       {"old", "ghdl", "echo 'GHDL 0.37'", "ghdl 0 is too old: 2.0 or later is needed"},
       {"not executable", "ghdl", nullptr, "ghdl"},
   };

@@ -33,12 +33,14 @@ struct Task {
 
 void check_component(Task& task) {
   const Description& description = *task.description;
-  check_files(description, task.component, task.report);
+  const bool has_models = check_files(description, task.component, task.report);
   task.design = elaborate(description.request_for(task.component), task.report);
   if (task.design) {
     check_interface(description, task.component, *task.design, task.report);
   }
-  check_model(description, task.component, task.report);
+  if (has_models) {
+    check_model(description, task.component, task.report);
+  }
   if (task.report.status() == STATUS_OK) {
     const std::string& name = description.spec->efi_elems()[task.component]->m_function_name;
     task.report.note(description.name, name + ": ok");

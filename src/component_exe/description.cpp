@@ -197,7 +197,9 @@ bool load_description(const std::string& path, Description& description,
   if (!is_good && is_xml(path)) {
     description.spec.reset(vex::efi::EFISpecXmlLoader(false, false).load_file(path.c_str()));
   }
-  description.lines = element_lines(path.c_str());
+  if (description.spec != nullptr) {
+    description.lines = element_lines(path.c_str());
+  }
   return is_good;
 }
 

@@ -305,9 +305,39 @@ void check_data_files(const Description& description, std::size_t component, con
   }
 }
 
+void report_missing_file(const std::string& path, const std::string& name, const Place& place,
+                         Report& report) {
+  std::vector<std::string> neighbours;
+  std::error_code error;
+  const fs::path folder = fs::path(path).parent_path();
+  for (fs::directory_iterator entry(folder.empty() ? "." : folder, error), end;
+       !error && entry != end; entry.increment(error)) {
+    neighbours.push_back((fs::path(name).parent_path() / entry->path().filename()).string());
+  }
+  std::sort(neighbours.begin(), neighbours.end());
+  report.error("file-missing", place,
+               "file '" + name + "' does not exist or is no regular file" +
+                   suggestion(name, neighbours));
+}
+
+bool check_c_models(const Description& description, std::size_t component, Report& report) {
+  const std::vector<std::string>& files = description.spec->efi_elems()[component]->m_c_model_files;
+  bool is_complete = true;
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    std::error_code error;
+    const std::string path = description.file_path(files[i]);
+    if (!fs::is_regular_file(path, error)) {
+      report_missing_file(path, files[i],
+                          description.place(description.lines[component].c_model_files[i]), report);
+      is_complete = false;
+    }
+  }
+  return is_complete;
+}
+
 } // namespace
 
-void check_files(const Description& description, std::size_t component, Report& report) {
+bool check_files(const Description& description, std::size_t component, Report& report) {
   const EFIElem& elem = *description.spec->efi_elems()[component];
   std::map<std::string, std::size_t> listed; // by the real file
   for (std::size_t i = 0; i < elem.m_requirement_files.size(); ++i) {
@@ -316,8 +346,7 @@ void check_files(const Description& description, std::size_t component, Report& 
     const Place place = description.place(description.lines[component].requirement_files[i]);
     std::error_code error;
     if (!fs::is_regular_file(path, error)) {
-      report.error("file-missing", place,
-                   "file '" + name + "' does not exist or is no regular file");
+      report_missing_file(path, name, place, report);
       continue;
     }
     std::string extension = path.substr(path.rfind('.') + 1);
@@ -336,6 +365,7 @@ void check_files(const Description& description, std::size_t component, Report& 
               std::to_string(description.lines[component].requirement_files[first->second]));
     }
   }
+  return check_c_models(description, component, report);
 }
 
 void check_interface(const Description& description, std::size_t component, const Design& design,

@@ -6,8 +6,9 @@
 
 namespace bfcl::component {
 
-// What the description says about the files of a component, against the file system.
-void check_files(const Description& description, std::size_t component, Report& report);
+// What the description says about the files of a component, against the file system. False when a C
+// model does not exist.
+bool check_files(const Description& description, std::size_t component, Report& report);
 
 // What the description says about the ports, against those of the elaborated module; and the data
 // files that the RTL reads, against those that are listed.

@@ -224,33 +224,48 @@ std::string suggestion(const std::string& name, const std::vector<std::string>& 
   return nearest.empty() ? "" : "; did you mean '" + nearest + "'?";
 }
 
+namespace {
+
+constexpr int MAX_DEPTH = 3; // of folders below the description's
+
+// Files of the folder, and of those below it down to `depth`, in an order that does not depend on
+// the file system.
+void list_sources(const fs::path& folder, int depth, std::set<std::string>& files) {
+  std::error_code error;
+  for (fs::directory_iterator entry(folder.empty() ? "." : folder, error), end;
+       !error && entry != end && files.size() < MAX_NEIGHBOURS; entry.increment(error)) {
+    const fs::path path = folder / entry->path().filename();
+    const FileKind kind = file_kind(path.string());
+    std::error_code ignored;
+    if (depth > 0 && entry->is_directory(ignored) && !entry->is_symlink(ignored)) {
+      list_sources(path, depth - 1, files);
+    } else if ((kind == FileKind::verilog || kind == FileKind::vhdl) &&
+               entry->is_regular_file(ignored)) {
+      files.insert(path.string());
+    }
+  }
+}
+
+} // namespace
+
 std::string neighbour_with(const std::string& unit, const ElaborationRequest& request) {
-  std::set<std::string> folders;
+  std::set<std::string> files;
   std::set<std::string> listed;
+  std::error_code error;
   for (const std::string& file : request.files) {
-    std::error_code error;
-    folders.insert(fs::path(file).parent_path().string());
+    list_sources(fs::path(file).parent_path(), 0, files);
     listed.insert(fs::weakly_canonical(file, error).string());
   }
-  std::size_t searched = 0;
-  for (const std::string& folder : folders) {
-    std::error_code error;
-    std::set<std::string> files; // in an order that does not depend on the file system
-    for (fs::directory_iterator entry(folder.empty() ? "." : folder, error), end;
-         !error && entry != end; entry.increment(error)) {
-      files.insert((fs::path(folder) / entry->path().filename()).string());
+  if (!request.top_place.file.empty()) {
+    list_sources(fs::path(request.top_place.file).parent_path(), MAX_DEPTH, files);
+  }
+  for (const std::string& file : files) {
+    if (listed.count(fs::weakly_canonical(file, error).string()) != 0) {
+      continue;
     }
-    for (const std::string& file : files) {
-      const FileKind kind = file_kind(file);
-      if ((kind != FileKind::verilog && kind != FileKind::vhdl) ||
-          listed.count(fs::weakly_canonical(file, error).string()) != 0 ||
-          !fs::is_regular_file(file, error) || ++searched > MAX_NEIGHBOURS) {
-        continue;
-      }
-      for (const RtlUnit& found : units_in(read_text(file), kind)) {
-        if (found.name == unit) {
-          return file;
-        }
+    for (const RtlUnit& found : units_in(read_text(file), file_kind(file))) {
+      if (found.name == unit) {
+        return file;
       }
     }
   }

@@ -32,6 +32,15 @@ bool begins(const std::string& text, const char* prefix) {
   return text.rfind(prefix, 0) == 0;
 }
 
+// What the tool says after other errors.
+bool is_consequence(const VerilatorMessage& message) {
+  constexpr const char* TEXTS[] = {"Exiting due to", "Cannot continue", "Internal Error",
+                                   "This may be because there's no search path",
+                                   "Specified --top-module "};
+  return std::any_of(std::begin(TEXTS), std::end(TEXTS),
+                     [&](const char* text) { return begins(message.text, text); });
+}
+
 // An empty module in the place of one that is missing, with the pins that its instances have.
 struct Stub {
   VerilatorMessage asked_for; // the first instance
@@ -228,7 +237,9 @@ bool VerilogElaboration::mend_package(const VerilatorMessage& message) {
 
 bool VerilogElaboration::mend_module(const VerilatorMessage& message) {
   const std::string name = quoted(message.text);
-  if (name.empty() || m_stubs.count(name) != 0) {
+  const bool is_type = begins(message.text, "Cannot find file containing interface: ") &&
+                       neighbour_with(name, m_request).empty();
+  if (name.empty() || is_type || m_stubs.count(name) != 0) {
     return false;
   }
   m_report.error("module-missing", place_of(message),
@@ -306,7 +317,7 @@ bool VerilogElaboration::try_alternatives(const VerilatorRun& run) {
 std::size_t count_errors(const VerilatorRun& run) {
   return static_cast<std::size_t>(
       std::count_if(run.messages.begin(), run.messages.end(), [](const VerilatorMessage& message) {
-        return message.is_error && !begins(message.text, "Exiting due to");
+        return message.is_error && !is_consequence(message);
       }));
 }
 
@@ -349,17 +360,36 @@ bool VerilogElaboration::try_order() {
   return false;
 }
 
-// The errors that nothing could mend. What follows from a stand-in is none of its own.
+// The errors that nothing could mend. What follows from a stand-in is none of its own, and what the
+// tool does not support is no fault of the RTL.
 void VerilogElaboration::report_rest(const VerilatorRun& run) {
   if (m_is_mended || (m_report.has_errors() && m_job.top != m_request.top)) {
     return;
   }
+  std::set<Place> dealt_with; // the tool takes a type that it does not know for an interface
   for (const VerilatorMessage& message : run.messages) {
-    if (message.is_error && !begins(message.text, "Exiting due to") &&
-        !begins(message.text, "This may be because there's no search path") &&
-        !begins(message.text, "Specified --top-module ")) {
-      m_report.error("hdl", message.file.empty() ? m_request.top_place : place_of(message),
-                     message.text);
+    if (begins(message.text, "Cannot find file containing interface: ")) {
+      dealt_with.insert(place_of(message));
+      m_report.error("hdl", place_of(message),
+                     "type '" + quoted(message.text) + "' is not defined");
+    }
+  }
+  for (const VerilatorMessage& message : run.messages) {
+    const Place place = message.file.empty() ? m_request.top_place : place_of(message);
+    if (!message.is_error || dealt_with.count(place) != 0 || is_consequence(message)) {
+      continue;
+    }
+    if (begins(message.text, "Unsupported: Interfaced port on top level")) {
+      dealt_with.insert(place);
+      m_report.error("port-kind", place,
+                     "a port of the module is an interface, which no component can have");
+    } else if (begins(message.text, "Unsupported:")) {
+      m_report.cannot_check(m_request.subject(), "verilator cannot read " + place.file + ":" +
+                                                     std::to_string(place.line) + ": " +
+                                                     message.text);
+      return;
+    } else {
+      m_report.error("hdl", place, message.text);
     }
   }
 }

@@ -164,13 +164,14 @@ std::string problem_of(const ToolResult& result, const std::vector<VerilatorMess
   if (result.end != ToolResult::End::exited) {
     return describe_failure("verilator", result);
   }
-  if (result.errors.find("Internal Error") != std::string::npos ||
-      result.errors.find("Command Failed") != std::string::npos || result.code > 1) {
-    return "verilator failed by itself: " + result.errors.substr(0, result.errors.find('\n'));
-  }
   for (const VerilatorMessage& message : messages) {
-    if (message.is_error && message.text.rfind("Exiting due to", 0) != 0) {
-      return "";
+    const bool is_internal = message.text.rfind("Internal Error", 0) == 0;
+    if (is_internal) {
+      return "verilator failed by itself: " + message.text;
+    }
+    if (message.is_error && message.text.rfind("Exiting due to", 0) != 0 &&
+        message.text.rfind("Command Failed", 0) != 0) {
+      return ""; // an internal error behind it is its consequence
     }
   }
   return result.ok() ? "" : describe_failure("verilator", result);
