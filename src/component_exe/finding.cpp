@@ -38,6 +38,8 @@ const std::vector<Rule> RULES = {
     {"model-result", "The result of the C model has another type than the OUTPUT"},
     {"model-include", "The C model includes a file, which extraction does not follow"},
     {"module-conflict", "Two components define one module differently"},
+    {"question", "The module's ports can be taken for more than one thing"},
+    {"unfit", "The module has a port that no wrapper can fit to a component"},
     {"hdl", "Another error of the tool that elaborates the RTL"},
     {"reset", "The module gives results or asks memory before it takes a word after reset"},
     {"latency", "A result comes after another time than EXPECTED_LATENCY"},

@@ -22,6 +22,7 @@ struct Command {
 
 constexpr Command COMMANDS[] = {
     {"check", "check that description, RTL and C model agree", add_check},
+    {"new", "write a description, a C model's prototype and a wrapper for a module", add_new},
     {"deps", "write what a build of a package depends on, for make and ninja", add_deps},
 };
 

@@ -1,0 +1,290 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "new_sources.h"
+
+#include "description.h"
+#include "rtl_text.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <map>
+#include <set>
+
+namespace bfcl::component {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr unsigned MAX_ROUNDS = 20; // each adds what the one before lacked
+
+bool is_same_file(const std::string& left, const std::string& right) {
+  std::error_code error;
+  return fs::equivalent(left, right, error);
+}
+
+bool is_among(const std::vector<std::string>& files, const std::string& path) {
+  return std::any_of(files.begin(), files.end(),
+                     [&](const std::string& file) { return is_same_file(file, path); });
+}
+
+// Orders files so that each comes behind those whose packages it uses, and keeps the order else.
+class PackageOrder {
+public:
+  explicit PackageOrder(const std::vector<std::string>& files) : m_files(files) {
+    for (const std::string& file : files) {
+      const FileKind kind = file_kind(file);
+      m_texts.push_back(kind == FileKind::verilog ? blank_comments(read_text(file), kind) : "");
+      std::vector<std::string> packages;
+      for (const RtlUnit& unit : units_in(m_texts.back(), kind)) {
+        if (unit.is_package) {
+          packages.push_back(unit.name);
+        }
+      }
+      m_packages.push_back(std::move(packages));
+    }
+    m_is_visited.resize(files.size());
+  }
+
+  std::vector<std::string> order() {
+    for (std::size_t i = 0; i < m_files.size(); ++i) {
+      visit(i);
+    }
+    return m_ordered;
+  }
+
+  // Whether file `user` uses a package of file `provider`.
+  [[nodiscard]] bool uses(std::size_t user, std::size_t provider) const {
+    return user != provider &&
+           std::any_of(m_packages[provider].begin(), m_packages[provider].end(),
+                       [&](const std::string& name) { return has_word(m_texts[user], name); });
+  }
+
+private:
+  void visit(std::size_t index) {
+    if (m_is_visited[index]) {
+      return;
+    }
+    m_is_visited[index] = true;
+    for (std::size_t other = 0; other < m_files.size(); ++other) {
+      if (uses(index, other)) {
+        visit(other);
+      }
+    }
+    m_ordered.push_back(m_files[index]);
+  }
+
+  const std::vector<std::string>& m_files;
+  std::vector<std::string> m_texts;
+  std::vector<std::vector<std::string>> m_packages; // that each file defines
+  std::vector<bool> m_is_visited;
+  std::vector<std::string> m_ordered;
+};
+
+// The name of the file that a finding asks to list, relative to the description; or empty.
+std::string file_to_add(const Finding& finding) {
+  const std::string opening = "<FILE name=\"";
+  const std::size_t from = finding.text.find(opening);
+  const std::size_t end = finding.text.rfind("\"/>");
+  return from == std::string::npos || end == std::string::npos
+             ? std::string()
+             : finding.text.substr(from + opening.size(), end - from - opening.size());
+}
+
+class SourceSearch {
+public:
+  SourceSearch(ElaborationRequest request, std::string folder)
+      : m_request(std::move(request)), m_folder(std::move(folder)) {}
+
+  NewSources run(Report& report);
+
+private:
+  void ask_for_parameters(Report& report) const;
+  bool add_missing(const Report& report);
+  bool add_data(const Design& design, Report& report);
+  void drop_unneeded(const Design& design);
+  void check_extensions(Report& report);
+  void follow_order(const Design& design);
+  void add(const std::string& path, const std::string& why) {
+    m_request.files.push_back(path);
+    m_sources.notes.push_back(tidy_path(path) + ": added, " + why);
+  }
+
+  ElaborationRequest m_request;
+  std::string m_folder;
+  NewSources m_sources;
+};
+
+NewSources SourceSearch::run(Report& report) {
+  std::optional<Design> design;
+  Report last;
+  for (unsigned round = 0; round < MAX_ROUNDS; ++round) {
+    m_request.files = PackageOrder(m_request.files).order();
+    last = Report();
+    design = elaborate(m_request, last);
+    if (!add_missing(last)) {
+      break;
+    }
+  }
+  const bool is_sound =
+      std::none_of(last.findings().begin(), last.findings().end(), [](const Finding& finding) {
+        return finding.severity == Severity::error && finding.rule != "port-undriven";
+      });
+  if (!design || !is_sound || !add_data(*design, report)) {
+    ask_for_parameters(last);
+    report.merge(std::move(last));
+    return std::move(m_sources);
+  }
+  drop_unneeded(*design);
+  follow_order(*design);
+  check_extensions(report);
+  m_sources.files = m_request.files;
+  m_sources.has_edges = false;
+  for (const std::string& file : m_request.files) {
+    const FileKind kind = file_kind(file);
+    const std::string text = blank_comments(read_text(file), kind);
+    for (const char* word : {"posedge", "negedge", "always_ff", "always_latch", "rising_edge",
+                             "falling_edge", "event", "RISING_EDGE", "FALLING_EDGE", "EVENT"}) {
+      m_sources.has_edges = m_sources.has_edges || has_word(text, word);
+    }
+    m_sources.is_vhdl = m_sources.is_vhdl || kind == FileKind::vhdl;
+  }
+  m_sources.design = std::move(design);
+  return std::move(m_sources);
+}
+
+// A parameter without a value is no fault of the module.
+void SourceSearch::ask_for_parameters(Report& report) const {
+  const auto findings = report.findings();
+  for (const Finding& finding : findings) {
+    const std::size_t quote = finding.text.find('\'');
+    if (finding.text.rfind("Parameter without initial value", 0) == 0 &&
+        quote != std::string::npos) {
+      const std::string name = finding.text.substr(quote + 1, finding.text.rfind('\'') - quote - 1);
+      report.error("question", finding.place,
+                   name + ": the parameter has no value; --param " + name + "=VALUE gives it one");
+    }
+  }
+}
+
+bool SourceSearch::add_missing(const Report& report) {
+  bool is_new = false;
+  for (const Finding& finding : report.findings()) {
+    const std::string name = file_to_add(finding);
+    const std::string path = (fs::path(m_folder) / name).lexically_normal().string();
+    std::error_code error;
+    if (!name.empty() && fs::is_regular_file(path, error) && !is_among(m_request.files, path)) {
+      add(path, "which " + finding.text.substr(0, finding.text.find(" is ")) + " is in");
+      is_new = true;
+    }
+  }
+  return is_new;
+}
+
+// A data file is listed by any name whose last part is the one that the RTL reads.
+bool SourceSearch::add_data(const Design& design, Report& report) {
+  for (const DataFile& data : design.data_files) {
+    const std::string name = fs::path(data.name).filename().string();
+    const auto has_name = [&](const std::string& file) {
+      return fs::path(file).filename().string() == name;
+    };
+    std::error_code error;
+    if (std::any_of(m_request.files.begin(), m_request.files.end(), has_name)) {
+      continue;
+    }
+    std::set<std::string> candidates = {data.name};
+    for (const std::string& file : m_request.files) {
+      candidates.insert((fs::path(file).parent_path() / name).string());
+      candidates.insert((fs::path(file).parent_path() / data.name).string());
+    }
+    const auto found = std::find_if(candidates.begin(), candidates.end(), [&](const auto& path) {
+      return fs::is_regular_file(path, error);
+    });
+    if (found == candidates.end()) {
+      report.error("data-unlisted", data.place,
+                   "data file '" + data.name + "' is not among the files");
+      return false;
+    }
+    add(*found, "which the module reads");
+  }
+  return true;
+}
+
+// Leaves out sources with no module of the design and no package that is used, if all is well
+// without them.
+void SourceSearch::drop_unneeded(const Design& design) {
+  const PackageOrder packages(m_request.files);
+  ElaborationRequest request = m_request;
+  request.files.clear();
+  std::vector<std::string> notes;
+  for (std::size_t i = 0; i < m_request.files.size(); ++i) {
+    const std::string& file = m_request.files[i];
+    bool is_needed = file_kind(file) != FileKind::verilog || is_among(design.module_files, file);
+    for (std::size_t user = 0; user < m_request.files.size(); ++user) {
+      is_needed = is_needed || packages.uses(user, i);
+    }
+    if (is_needed) {
+      request.files.push_back(file);
+    } else {
+      notes.push_back(tidy_path(file) + ": left out, the module does not need it");
+    }
+  }
+  Report report;
+  if (!notes.empty() && elaborate(request, report) && report.status() == STATUS_OK) {
+    m_request = std::move(request);
+    m_sources.notes.insert(m_sources.notes.end(), notes.begin(), notes.end());
+  }
+}
+
+// Of VHDL, ghdl gives the files in an order that works.
+void SourceSearch::follow_order(const Design& design) {
+  std::vector<std::string> ordered;
+  for (const std::string& module_file : design.module_files) {
+    for (const std::string& file : m_request.files) {
+      if (file_kind(file) == FileKind::vhdl && is_same_file(file, module_file) &&
+          !is_among(ordered, file)) {
+        ordered.push_back(file);
+      }
+    }
+  }
+  if (!ordered.empty()) {
+    std::erase_if(m_request.files,
+                  [](const auto& file) { return file_kind(file) == FileKind::vhdl; });
+    m_request.files.insert(m_request.files.begin(), ordered.begin(), ordered.end());
+  }
+}
+
+void SourceSearch::check_extensions(Report& report) {
+  for (const std::string& file : m_request.files) {
+    std::string extension = fs::path(file).extension().string();
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](unsigned char byte) { return static_cast<char>(std::tolower(byte)); });
+    constexpr const char* PACKAGED[] = {".v", ".sv", ".svh", ".vhd", ".hex", ".mif"};
+    if (std::find(std::begin(PACKAGED), std::end(PACKAGED), extension) == std::end(PACKAGED)) {
+      report.error("file-extension", {tidy_path(file), 0},
+                   "cannot be packaged: its extension is none of v, sv, svh, vhd, hex, mif; give "
+                   "the file one of them");
+    }
+  }
+}
+
+} // namespace
+
+NewSources find_sources(const std::string& module, const std::vector<std::string>& files,
+                        const std::vector<std::pair<std::string, std::string>>& parameters,
+                        const std::string& folder, Report& report) {
+  ElaborationRequest request;
+  request.top = module;
+  request.parameters = parameters;
+  request.top_place = {(fs::path(folder) / (module + ".xml")).string(), 0};
+  for (const std::string& file : files) {
+    std::error_code error;
+    if (!fs::is_regular_file(file, error)) {
+      report.cannot_check(file, "does not exist or is not a regular file");
+    } else if (!is_among(request.files, file)) {
+      request.files.push_back(file);
+    }
+  }
+  return report.status() == STATUS_OK ? SourceSearch(request, folder).run(report) : NewSources();
+}
+
+} // namespace bfcl::component

@@ -1,0 +1,357 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "port_plan.h"
+
+#include "component_names.h"
+#include "port_planner.h"
+
+#include <algorithm>
+
+namespace bfcl::component {
+
+PortPlan Planner::plan() {
+  for (const auto& [port, role] : m_choices.roles) {
+    take_choice(port, role);
+  }
+  refuse_unfit();
+  if (m_plan.problems.empty()) {
+    settle_clock();
+    settle_resets();
+    settle_begin();
+    settle_ends();
+    settle_readies();
+    settle_rest();
+    settle_scheme();
+  }
+  if (m_plan.problems.empty()) {
+    name_component_ports(m_design, m_plan);
+  }
+  return std::move(m_plan);
+}
+
+void Planner::settle_clock() {
+  Indices clocks = named(Word::clock, Direction::input);
+  const Indices chosen = with_role(Role::clock, Direction::input);
+  if (clocks.size() + chosen.size() < 2) {
+    set_all(clocks, Role::clock, "its name");
+    return;
+  }
+  for (const std::size_t index : clocks) {
+    ask(index, "a component has one clock, and " + list(chosen.empty() ? clocks : chosen) +
+                   (chosen.empty() ? " look like clocks" : " is it") + "; --map " +
+                   port(index).name + "=clock connects it, --map " + port(index).name +
+                   "=input makes it an argument");
+  }
+}
+
+void Planner::settle_resets() {
+  set_all(named(Word::reset, Direction::input), Role::reset, "its name");
+  const Indices clears = named(Word::clear, Direction::input);
+  const bool has_reset = !with_role(Role::reset, Direction::input).empty();
+  for (const std::size_t index : clears) {
+    if (!has_reset && clears.size() == 1) {
+      set(index, Role::reset, "its name, and nothing else is a reset");
+    } else {
+      tie(index, m_names[index].low ? '1' : '0', "by its name a second reset: never active");
+    }
+  }
+}
+
+void Planner::settle_begin() {
+  const Indices valids = named(Word::valid, Direction::input);
+  const Indices starts = named(Word::start, Direction::input);
+  const Indices chosen_starts = with_role(Role::start, Direction::input);
+  const bool chosen = !chosen_starts.empty() || !with_role(Role::valid, Direction::input).empty();
+  if (starts.size() + (valids.empty() ? 0U : 1U) + (chosen ? 1U : 0U) < 2 ||
+      (starts.empty() && chosen_starts.empty())) {
+    set_all(valids, Role::valid, "its name");
+    set_all(starts, Role::start, "its name");
+    if (!chosen && valids.empty() && starts.empty()) {
+      settle_weak_begin();
+    }
+    return;
+  }
+  Indices all = starts;
+  all.insert(all.end(), valids.begin(), valids.end());
+  for (const std::size_t index : all) {
+    const std::string& own = port(index).name;
+    ask(index, "more than one port may begin a call; --map " + own +
+                   "=start if it is this one, "
+                   "--map " +
+                   own + "=input if it is an argument, --map " + own + "=0 or 1 to tie it");
+  }
+}
+
+// Without a valid or start, an enable or the write of a queue begins a call if something is said
+// about the call's course.
+void Planner::settle_weak_begin() {
+  Indices ends = named(Word::valid, Direction::output);
+  for (const Word word : {Word::done, Word::ready}) {
+    const Indices more = named(word, Direction::output);
+    ends.insert(ends.end(), more.begin(), more.end());
+  }
+  for (const Role role : {Role::valid, Role::done, Role::ready}) {
+    const Indices more = with_role(role, Direction::output);
+    ends.insert(ends.end(), more.begin(), more.end());
+  }
+  if (ends.empty()) {
+    return;
+  }
+  for (const Word word : {Word::write, Word::read, Word::enable}) {
+    const Indices found = named(word, Direction::input);
+    const bool of_queue = word == Word::read && !named(Word::write, Direction::input).empty();
+    if (found.size() == 1 && !of_queue) {
+      set(found[0], Role::valid, "its name, and nothing else begins a call");
+      return;
+    }
+  }
+}
+
+void Planner::settle_ends() {
+  const Indices valids = named(Word::valid, Direction::output);
+  const Indices dones = named(Word::done, Direction::output);
+  const bool starts = !with_role(Role::start, Direction::input).empty();
+  if (!with_role(Role::valid, Direction::output).empty() ||
+      !with_role(Role::done, Direction::output).empty()) {
+    return; // the user's choice is whole
+  }
+  if (!dones.empty() && (starts || valids.empty())) {
+    if (dones.size() > 1) {
+      ask(dones[0], "more than one port may end a call: " + list(dones) +
+                        "; --map PORT=done says "
+                        "which does");
+    }
+    set_all(dones, Role::done, "its name");
+    return;
+  }
+  set_all(valids, starts ? Role::done : Role::valid, "its name");
+  const Indices readies = named(Word::ready, Direction::output);
+  if (starts && valids.empty() && dones.empty() && !readies.empty()) {
+    set(readies[0], Role::done, "its name, and nothing else ends a call");
+    for (std::size_t i = 1; i < readies.size(); ++i) {
+      set(readies[i], Role::open, port(readies[0]).name + " says the same");
+    }
+  }
+}
+
+void Planner::settle_readies() {
+  settle_reads();
+  set_all(named(Word::ready, Direction::output), Role::ready, "its name");
+  m_plan.begins = channels(Direction::input, Role::start);
+  const Indices readies = named(Word::ready, Direction::input);
+  const bool has_end = !with_role(Role::valid, Direction::output).empty() ||
+                       !with_role(Role::done, Direction::output).empty();
+  for (const std::size_t index : readies) {
+    if (has_end) {
+      set(index, Role::ready, "its name");
+    } else if (m_names[index].low) {
+      tie(index, '0', "by its name it stops the module: never");
+    } else {
+      ask(index, "takes the result, but no output says when there is one; --map PORT=valid says "
+                 "which does, --map " +
+                     port(index).name + "=1 ties it");
+    }
+  }
+  m_plan.ends = channels(Direction::output, Role::done);
+}
+
+// A queue's "read" either takes the word that is shown or asks for the next one.
+void Planner::settle_reads() {
+  const Indices reads = named(Word::read, Direction::input);
+  const Indices valids = with_role(Role::valid, Direction::output);
+  if (reads.size() != 1 || valids.size() != 1 || m_names[valids[0]].low == false ||
+      !with_role(Role::ready, Direction::input).empty()) {
+    return;
+  }
+  ask(reads[0], "does " + port(valids[0]).name + " fall when a word is shown, which " +
+                    port(reads[0]).name + " then takes (first word fall through)? If so, --map " +
+                    port(reads[0]).name + "=ready; a queue that shows the word only after " +
+                    port(reads[0]).name + " needs a module around it");
+}
+
+// Pairs the valids of a direction with their readies: by what their names share, and one with one
+// in any case. What is left without a partner and is no valid is left open or tied.
+std::vector<Channel> Planner::channels(Direction direction, Role other) {
+  const bool begins = direction == Direction::input;
+  const Direction back = begins ? Direction::output : Direction::input;
+  Indices valids = with_role(Role::valid, direction);
+  const Indices others = with_role(other, direction);
+  valids.insert(valids.end(), others.begin(), others.end());
+  Indices readies = with_role(Role::ready, back);
+  std::vector<Channel> result;
+  for (const std::size_t valid : valids) {
+    const auto partner = std::find_if(readies.begin(), readies.end(), [&](std::size_t ready) {
+      return m_names[ready].stem == m_names[valid].stem;
+    });
+    Channel channel;
+    channel.valid = valid;
+    if (partner != readies.end()) {
+      channel.ready = *partner;
+      readies.erase(partner);
+    }
+    result.push_back(channel);
+  }
+  for (Channel& channel : result) {
+    if (!channel.ready.has_value() && readies.size() == 1) {
+      channel.ready = readies[0]; // shared by those that have none of their own
+    }
+  }
+  const bool shared =
+      readies.size() == 1 && std::any_of(result.begin(), result.end(), [&](const Channel& channel) {
+        return channel.ready == readies[0];
+      });
+  for (const std::size_t left : shared ? Indices() : readies) {
+    if (begins && (valids.size() == 1 || valids.empty())) {
+      set(left, Role::open,
+          valids.empty() ? "nothing asks for it" : "another port says when a word is taken");
+    } else if (begins) {
+      ask(left, "which valid does it belong to? --map " + port(left).name + "=open leaves it out");
+    } else {
+      tie(left, m_names[left].low ? '0' : '1', "the result is always taken");
+    }
+  }
+  return result;
+}
+
+void Planner::settle_rest() {
+  for (std::size_t i = 0; i < m_names.size(); ++i) {
+    if (use(i).role == Role::undecided) {
+      port(i).direction == Direction::input ? settle_input(i) : settle_output(i);
+    }
+  }
+}
+
+void Planner::settle_input(std::size_t index) {
+  const PortName& name = m_names[index];
+  const bool is_bit = port(index).width == 1;
+  if (name.word == Word::enable && is_bit) {
+    tie(index, name.low ? '0' : '1', "by its name an enable: always");
+  } else if (name.word == Word::test) {
+    tie(index, name.low ? '1' : '0', "by its name for tests of the chip: never");
+  } else if (name.word == Word::mark && is_bit) {
+    tie(index, '1', "by its name a mark of packets: each word is one");
+  } else if (name.word == Word::mask) {
+    tie(index, '1', "by its name the bytes that count: all");
+  } else if (name.word == Word::side) {
+    tie(index, '0', "by its name beside the data: nothing");
+  } else {
+    set(index, Role::input, "an argument");
+  }
+}
+
+void Planner::settle_output(std::size_t index) {
+  const PortName& name = m_names[index];
+  const bool of_queue = std::any_of(m_plan.ends.begin(), m_plan.ends.end(),
+                                    [&](const Channel& end) { return m_names[*end.valid].low; });
+  if (name.word == Word::mark || name.word == Word::mask || name.word == Word::side) {
+    set(index, Role::open, "by its name beside the data");
+  } else if (name.word == Word::status && of_queue) {
+    set(index, Role::open, "by its name the state of a queue");
+  } else if (name.word == Word::done && port(index).width == 1 && !m_plan.ends.empty()) {
+    set(index, Role::open, "another port says that the result is valid");
+  } else {
+    set(index, Role::output, "the result");
+  }
+}
+
+void Planner::settle_scheme() {
+  const bool has_clock = !with_role(Role::clock, Direction::input).empty();
+  if (with_role(Role::output, Direction::output).empty()) {
+    ask("no output is left for the result; --map PORT=output makes one of its outputs that");
+  } else if (with_role(Role::input, Direction::input).empty()) {
+    ask("no input is left for an argument, and a component has at least one; --map PORT=input "
+        "makes "
+        "one of its inputs that");
+  } else if (!m_plan.problems.empty()) {
+    return; // more would follow from them
+  } else if (m_choices.latency.has_value()) {
+    m_plan.scheme = Scheme::pipeline;
+    m_plan.latency = *m_choices.latency;
+  } else if (!has_clock && m_choices.has_edges) {
+    ask("none of its ports looks like a clock; --clock PORT says which is, or --latency 0 that "
+        "there "
+        "is none");
+  } else if (m_plan.begins.empty() && m_plan.ends.empty()) {
+    m_plan.scheme = Scheme::pipeline;
+    if (has_clock) {
+      ask_for_latency();
+    }
+  } else {
+    settle_calls();
+  }
+}
+
+void Planner::ask_for_latency() {
+  ask("none of its ports says when a result is valid; if it takes arguments in every clock and "
+      "gives "
+      "each result N clocks later, --latency N; if one of its ports begins a call and one ends it, "
+      "--map PORT=start and --map PORT=done");
+}
+
+void Planner::settle_calls() {
+  const auto is_full = [](const Channel& channel) { return channel.ready.has_value(); };
+  if (m_plan.begins.empty()) {
+    Indices bits;
+    for (const std::size_t index : with_role(Role::input, Direction::input)) {
+      if (port(index).width == 1) {
+        bits.push_back(index);
+      }
+    }
+    ask("none of its inputs says that the arguments are valid; --map PORT=valid says which does, "
+        "--map PORT=start if it begins a call" +
+        (bits.empty() ? "" : " (" + list(bits) + ")"));
+  } else if (m_plan.ends.empty()) {
+    const Indices readies = with_role(Role::ready, Direction::output);
+    readies.empty()
+        ? ask_for_latency()
+        : ask(readies[0], "no output says that a result is valid; --map " + port(readies[0]).name +
+                              "=done" + (m_names[readies[0]].low ? ":low" : "") +
+                              " if this one does, --map PORT=valid for another one");
+  } else if (std::all_of(m_plan.begins.begin(), m_plan.begins.end(), is_full) &&
+             std::all_of(m_plan.ends.begin(), m_plan.ends.end(), is_full) &&
+             with_role(Role::start, Direction::input).empty() &&
+             with_role(Role::done, Direction::output).empty()) {
+    m_plan.scheme = is_direct() ? Scheme::direct : Scheme::stream;
+  } else if (m_plan.ends.size() > 1) {
+    ask(*m_plan.ends[1].valid, "more than one output says that a result is valid; --map " +
+                                   port(*m_plan.ends[1].valid).name +
+                                   "=open leaves it out, --map " +
+                                   port(*m_plan.ends[1].valid).name + "=output makes it a result");
+  } else {
+    m_plan.scheme = Scheme::call;
+  }
+}
+
+// Whether the module is a component as it is.
+bool Planner::is_direct() const {
+  const Indices outputs = with_role(Role::output, Direction::output);
+  if (m_plan.begins.size() != 1 || m_plan.ends.size() != 1 || outputs.size() != 1 ||
+      m_design.find_port("clock") == nullptr || m_design.find_port("resetn") == nullptr) {
+    return false;
+  }
+  for (std::size_t i = 0; i < m_names.size(); ++i) {
+    const PortUse& one = m_plan.uses[i];
+    const bool is_data = one.role == Role::input || one.role == Role::output;
+    const bool fits =
+        one.role == Role::clock   ? port(i).name == "clock"
+        : one.role == Role::reset ? port(i).name == "resetn" && one.low
+        : is_data ? opencl_width(port(i).width) == port(i).width && is_free_name(port(i).name)
+                  : (one.role == Role::valid || one.role == Role::ready) && !one.low;
+    if (!fits) {
+      return false;
+    }
+  }
+  return true;
+}
+
+std::optional<std::size_t> PortPlan::find(Role role) const {
+  const auto found = std::find_if(uses.begin(), uses.end(),
+                                  [role](const PortUse& one) { return one.role == role; });
+  return found == uses.end() ? std::nullopt
+                             : std::optional(static_cast<std::size_t>(found - uses.begin()));
+}
+
+PortPlan plan_ports(const Design& design, const PortChoices& choices) {
+  return Planner(design, choices).plan();
+}
+
+} // namespace bfcl::component
