@@ -183,6 +183,7 @@ bool NewCommand::prepare() {
 
 void NewCommand::make_component(const Design& design) {
   m_choices.has_edges = m_sources.has_edges;
+  m_choices.undriven = m_sources.undriven;
   const PortPlan plan = plan_ports(design, m_choices);
   for (const Finding& problem : plan.problems) {
     m_report.error(problem.rule.c_str(), problem.place, problem.text);

@@ -36,7 +36,7 @@ public:
       m_texts.push_back(kind == FileKind::verilog ? blank_comments(read_text(file), kind) : "");
       std::vector<std::string> packages;
       for (const RtlUnit& unit : units_in(m_texts.back(), kind)) {
-        if (unit.is_package) {
+        if (unit.keyword == "package") {
           packages.push_back(unit.name);
         }
       }
@@ -52,14 +52,13 @@ public:
     return m_ordered;
   }
 
+private:
   // Whether file `user` uses a package of file `provider`.
   [[nodiscard]] bool uses(std::size_t user, std::size_t provider) const {
     return user != provider &&
            std::any_of(m_packages[provider].begin(), m_packages[provider].end(),
                        [&](const std::string& name) { return has_word(m_texts[user], name); });
   }
-
-private:
   void visit(std::size_t index) {
     if (m_is_visited[index]) {
       return;
@@ -101,7 +100,8 @@ private:
   void ask_for_parameters(Report& report) const;
   bool add_missing(const Report& report);
   bool add_data(const Design& design, Report& report);
-  void drop_unneeded(const Design& design);
+  void drop_unneeded(const Report& report);
+  void note_undriven(const Report& report, const Design& design);
   void check_extensions(Report& report);
   void follow_order(const Design& design);
   void add(const std::string& path, const std::string& why) {
@@ -119,6 +119,10 @@ NewSources SourceSearch::run(Report& report) {
   Report last;
   for (unsigned round = 0; round < MAX_ROUNDS; ++round) {
     m_request.files = PackageOrder(m_request.files).order();
+    m_request.file_places.clear();
+    for (const std::string& file : m_request.files) {
+      m_request.file_places.push_back({file, 0});
+    }
     last = Report();
     design = elaborate(m_request, last);
     if (!add_missing(last)) {
@@ -134,7 +138,8 @@ NewSources SourceSearch::run(Report& report) {
     report.merge(std::move(last));
     return std::move(m_sources);
   }
-  drop_unneeded(*design);
+  drop_unneeded(last);
+  note_undriven(last, *design);
   follow_order(*design);
   check_extensions(report);
   m_sources.files = m_request.files;
@@ -209,29 +214,25 @@ bool SourceSearch::add_data(const Design& design, Report& report) {
   return true;
 }
 
-// Leaves out sources with no module of the design and no package that is used, if all is well
-// without them.
-void SourceSearch::drop_unneeded(const Design& design) {
-  const PackageOrder packages(m_request.files);
-  ElaborationRequest request = m_request;
-  request.files.clear();
-  std::vector<std::string> notes;
-  for (std::size_t i = 0; i < m_request.files.size(); ++i) {
-    const std::string& file = m_request.files[i];
-    bool is_needed = file_kind(file) != FileKind::verilog || is_among(design.module_files, file);
-    for (std::size_t user = 0; user < m_request.files.size(); ++user) {
-      is_needed = is_needed || packages.uses(user, i);
-    }
-    if (is_needed) {
-      request.files.push_back(file);
-    } else {
-      notes.push_back(tidy_path(file) + ": left out, the module does not need it");
+// Leaves out the files that the elaboration warned about.
+void SourceSearch::drop_unneeded(const Report& report) {
+  for (const Finding& finding : report.findings()) {
+    const std::string& file = finding.place.file;
+    if (finding.rule == "file-unneeded" && std::erase(m_request.files, file) != 0) {
+      m_sources.notes.push_back(tidy_path(file) + ": left out, the module does not need it");
     }
   }
-  Report report;
-  if (!notes.empty() && elaborate(request, report) && report.status() == STATUS_OK) {
-    m_request = std::move(request);
-    m_sources.notes.insert(m_sources.notes.end(), notes.begin(), notes.end());
+}
+
+// Outputs that nothing drives are no results.
+void SourceSearch::note_undriven(const Report& report, const Design& design) {
+  for (const Finding& finding : report.findings()) {
+    for (const Port& port : design.ports) {
+      if (finding.rule == "port-undriven" && finding.place == port.place &&
+          finding.text.find("'" + port.name + "'") != std::string::npos) {
+        m_sources.undriven.push_back(port.name);
+      }
+    }
   }
 }
 

@@ -13,10 +13,11 @@
 namespace bfcl::component {
 
 struct NewSources {
-  std::vector<std::string> files; // paths, in an order that works
-  std::vector<std::string> notes; // what was added and left out, a line each
-  std::optional<Design> design;   // empty when the module does not elaborate
-  bool has_edges = true;          // whether one of the files has logic that an edge triggers
+  std::vector<std::string> files;    // paths, in an order that works
+  std::vector<std::string> notes;    // what was added and left out, a line each
+  std::optional<Design> design;      // empty when the module does not elaborate
+  std::vector<std::string> undriven; // outputs
+  bool has_edges = true;             // whether one of the files has logic that an edge triggers
   bool is_vhdl = false;
 };
 

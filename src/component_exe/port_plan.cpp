@@ -12,6 +12,12 @@ PortPlan Planner::plan() {
   for (const auto& [port, role] : m_choices.roles) {
     take_choice(port, role);
   }
+  for (std::size_t i = 0; i < m_names.size(); ++i) {
+    if (use(i).role == Role::undecided &&
+        std::count(m_choices.undriven.begin(), m_choices.undriven.end(), port(i).name) != 0) {
+      set(i, Role::open, "nothing drives it");
+    }
+  }
   refuse_unfit();
   if (m_plan.problems.empty()) {
     settle_clock();

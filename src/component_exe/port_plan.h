@@ -70,6 +70,7 @@ struct PortPlan {
 // What the user decided.
 struct PortChoices {
   std::vector<std::pair<std::string, std::string>> roles; // of ports, by their names
+  std::vector<std::string> undriven; // outputs, which are left open unless chosen
   std::optional<unsigned> latency;
   bool has_edges = true; // whether the RTL has logic that a clock's edge triggers
 };
