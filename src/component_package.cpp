@@ -83,7 +83,8 @@ std::vector<Section> read_sections(vex_pkg_file* pkg, std::size_t package_size, 
   return sections;
 }
 
-// The lines of a table that ends with END_OF_TABLE, as words; up to the first fault.
+// The lines of a table that ends with END_OF_TABLE, as words; up to the first fault. Readers of
+// libraries take a limited number of lines, and a library has those of all its packages.
 std::vector<std::vector<std::string>> read_table(const Section& section, std::size_t word_count,
                                                  FaultList& faults) {
   std::vector<std::vector<std::string>> lines;
@@ -96,6 +97,11 @@ std::vector<std::vector<std::string>> read_table(const Section& section, std::si
     if (words.size() != word_count || std::count(words.begin(), words.end(), "") > 0) {
       faults.add(format_text("%s: line %zu is not %zu words", section.name.c_str(),
                              lines.size() + 1, word_count));
+      return lines;
+    }
+    if (lines.size() == SHELVER_MAX_COMP_TABLE_ENTRIES) {
+      faults.add(format_text("%s: more than %u lines, which no reader takes", section.name.c_str(),
+                             SHELVER_MAX_COMP_TABLE_ENTRIES));
       return lines;
     }
     lines.push_back(std::move(words));

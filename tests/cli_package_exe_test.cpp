@@ -210,6 +210,7 @@ TEST_F(Packages, UnpackWritesWhatItLists) {
   EXPECT_EQ("one/mix/mix.xml\none/mix/top.v\none/model/m.cl\nTo make the same again:\n"
             "  bfcl library hdl-comp-pkg one/mix/mix.xml -o one/mix.bfco\n",
             one.out);
+  EXPECT_EQ("./-one/mix/mix.xml\n", bfcl_package({"unpack", "../mix.bfco", "-C-one", "--list"}).out.substr(0, 19));
   EXPECT_EQ("", run({"find", ".", "-name", ".bfcl*"}).out);
 }
 
@@ -278,7 +279,8 @@ TEST_F(Packages, HostileNamesAreRefused) {
       {component("", {{".c_model.a/../../x.v", ""}}), ".c_model.a/../../x.v: " + out},
       {component("d/", {{".source.../../x.v", ""}}), ".source.../../x.v: " + out},
       {component("", {{".source./etc/x.v", ""}}), ".source./etc/x.v: absolute file name"},
-      {component("../", {}), ".dir_container: not names of folders"},
+      {component("/", {}), ".dir_container: not names of folders"},
+      {component("../", {{".source.../x.v", ""}}), ".dir_container: not names of folders"},
       {component("/etc/", {}), ".dir_container: not names of folders"},
       {component("a//", {}), ".dir_container: not names of folders"},
       {component(std::string("a\0b/", 4), {}), ".dir_container: not names of folders"},
@@ -455,6 +457,7 @@ TEST_F(Packages, Usage) {
                                              {"unknown"},
                                              {"unpack"},
                                              {"unpack", "mix.bfco", "lib.bfclib"},
+                                             {"unpack", "mix.bfco", "-C", ""},
                                              {"show", "--unknown", "mix.bfco"}}) {
     const Outcome result = bfcl_package(words);
     EXPECT_EQ(2, result.status);

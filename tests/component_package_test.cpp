@@ -92,6 +92,10 @@ TEST_F(ComponentPackages, ALibraryAndAnOpenclPackage) {
 TEST_F(ComponentPackages, Faults) {
   const std::string none = "no component package, no library and no OpenCL package";
   const std::string table = ".vex.comp_table";
+  std::string many;
+  for (int i = 0; i < 16385; ++i) {
+    many += "f HDL\n";
+  }
   const struct {
     Sections sections;
     Faults expected;
@@ -113,6 +117,8 @@ TEST_F(ComponentPackages, Faults) {
        {".comp_header: line 2 is not 2 words"}},
       {with(COMPONENT, ".comp_header", ".comp_header", "f IP\n<END_OF_TABLE>"),
        {".comp_header: function f is of the kind IP, not HDL"}},
+      {with(COMPONENT, ".comp_header", ".comp_header", many + "<END_OF_TABLE>"),
+       {".comp_header: more than 16384 lines, which no reader takes"}},
       {with(m_library, ".vex.comp.f", ".vex.comp.f", "none"),
        {".vex.comp.f: no package: the file does not begin as an ELF file"}},
       {with(m_library, ".vex.comp.f", ".vex.comp.f", make_package(with(COMPONENT, ".dir_container", "", ""))),

@@ -3,7 +3,6 @@
 
 #include "plan.h"
 #include "printable.h"
-#include "shelver.h"
 #include "specification.h"
 
 #include <algorithm>
@@ -107,10 +106,6 @@ public:
   }
 
   void run() {
-    if (m_library.functions.size() > SHELVER_MAX_COMP_TABLE_ENTRIES) {
-      m_faults.push_back(format_text(".vex.comp_table: more than %u lines, which no reader takes",
-                                     SHELVER_MAX_COMP_TABLE_ENTRIES));
-    }
     for (const LibraryFunction& function : m_library.functions) {
       check_function(function);
     }

@@ -89,8 +89,7 @@ unique_fd open_folder(int parent, const char* name) {
 class Destination {
 public:
   Destination(const std::string& path, bool force, std::vector<std::string>& faults)
-      : m_path(path == "." ? "" : path + (path.ends_with('/') ? "" : "/")), m_force(force),
-        m_faults(faults) {}
+      : m_path(join_path(path, "")), m_force(force), m_faults(faults) {}
 
   // Finds out what must be written. The folder of `fd` exists.
   void check(const PlannedFolder& folder, int fd) {
@@ -233,6 +232,12 @@ private:
 };
 
 } // namespace
+
+std::string join_path(const std::string& destination, const std::string& path) {
+  const std::string joined =
+      destination == "." ? path : destination + (destination.ends_with('/') ? "" : "/") + path;
+  return joined.starts_with('-') ? "./" + joined : joined;
+}
 
 std::vector<std::string> list_paths(const std::string& destination, const PlannedFolder& root) {
   std::vector<std::string> faults;

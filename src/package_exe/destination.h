@@ -8,11 +8,15 @@
 
 namespace bfcl::package {
 
-// What became of a plan's files. Paths begin with that of the destination and are not printable.
+// What became of a plan's files. Paths are those of join_path, not printable.
 struct Written {
   std::vector<std::string> files; // that were written
   std::vector<std::string> kept;  // that exist with other contents, and were left alone
 };
+
+// The destination, a "/" where one is needed, and the path, such that no program takes it for an
+// option.
+std::string join_path(const std::string& destination, const std::string& path);
 
 // The paths of all files, in the order in which they are written.
 std::vector<std::string> list_paths(const std::string& destination, const PlannedFolder& root);

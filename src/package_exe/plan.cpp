@@ -39,7 +39,10 @@ public:
 
   std::string make() {
     const std::size_t old_faults = m_faults.size();
-    enter_prefix();
+    if (!enter_prefix()) {
+      add_fault(DIR_CONTAINER_SECTION, "not names of folders");
+      return "";
+    }
     add_file(std::string(XML_SPEC_PREFIX) + m_package.specification_name,
              m_package.specification_name, m_package.specification);
     for (const PackagedFile& file : m_package.files) {
@@ -60,23 +63,26 @@ private:
   }
 
   // Goes to the folder of the specification.
-  void enter_prefix() {
+  bool enter_prefix() {
     std::string_view prefix = m_package.directory_prefix;
+    if (prefix.empty()) {
+      return true;
+    }
+    if (prefix.size() > MAX_PLANNED_PATH / 2) {
+      return false;
+    }
     if (prefix.ends_with('/')) {
       prefix.remove_suffix(1);
     }
-    const auto words = prefix.empty() ? std::vector<std::string_view>() : split_path(prefix);
-    m_levels = words.size();
-    const auto stand_ins = std::count(words.begin(), words.end(), ".");
-    if (words.size() > MAX_PLANNED_DEPTH || prefix.size() > MAX_PLANNED_PATH / 2 ||
-        !std::all_of(words.begin(), words.end(),
-                     [](auto word) { return word == "." || is_file_name(word); })) {
-      add_fault(DIR_CONTAINER_SECTION, "not names of folders");
-      return;
+    const auto words = split_path(prefix);
+    if (words.size() > MAX_PLANNED_DEPTH || !std::all_of(words.begin(), words.end(), [](auto word) {
+          return word == "." || is_file_name(word);
+        })) {
+      return false;
     }
-    for (auto i = stand_ins; i > 0; --i) {
+    for (auto stand_ins = std::count(words.begin(), words.end(), "."); stand_ins > 0; --stand_ins) {
       enter(m_place, STAND_IN_FOLDER);
-      m_path += std::string(STAND_IN_FOLDER) + "/";
+      m_path.append(STAND_IN_FOLDER).append("/");
     }
     for (const std::string_view word : words) {
       if (word != ".") {
@@ -84,6 +90,8 @@ private:
       }
       m_path.append(word).append("/");
     }
+    m_levels = words.size();
+    return true;
   }
 
   // False when a file has that name.

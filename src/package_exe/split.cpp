@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "unpack.h"
 
+#include "destination.h"
 #include "printable.h"
 
 #include <algorithm>

@@ -126,10 +126,6 @@ std::string get_first_function(const ComponentPackage& package) {
   return package.section.substr(COMPONENT_PREFIX.size());
 }
 
-std::string join_path(const std::string& destination, const std::string& path) {
-  return destination == "." ? path : destination + (destination.ends_with('/') ? "" : "/") + path;
-}
-
 std::string quote_for_shell(const std::string& word) {
   constexpr const char* plain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789"
                                 "_-./,:+@%=";
@@ -147,7 +143,8 @@ void add_unpack(CLI::App& command, int* status) {
   auto options = std::make_shared<UnpackOptions>();
   command.add_option("FILE", options->file, "a component package or a library")->required();
   command.add_option("-C,--directory", options->destination, "the folder to write into")
-      ->type_name("DIR");
+      ->type_name("DIR")
+      ->check([](const std::string& path) { return path.empty() ? "no folder" : ""; });
   command
       .add_option("--function", options->function, "only the package that defines this function")
       ->type_name("NAME");

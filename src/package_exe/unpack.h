@@ -37,9 +37,6 @@ UnpackPlan plan_packages(const vex::efi::PackageFile& library, const UnpackOptio
 // The function after which a library names the section of a component package.
 std::string get_first_function(const vex::efi::ComponentPackage& package);
 
-// The destination, a "/" where one is needed, and the path.
-std::string join_path(const std::string& destination, const std::string& path);
-
 // The word as a shell reads it.
 std::string quote_for_shell(const std::string& word);
 
