@@ -91,7 +91,8 @@ std::vector<std::vector<std::string>> read_table(const Section& section, std::si
   std::string_view rest = section.bytes;
   while (!rest.empty() && rest != END_OF_TABLE) {
     std::vector<std::string> words;
-    for (std::string_view line = take_until(rest, '\n'); !line.empty();) {
+    std::string_view line = take_until(rest, '\n');
+    while (!line.empty() && words.size() <= word_count) {
       words.emplace_back(take_until(line, ' '));
     }
     if (words.size() != word_count || std::count(words.begin(), words.end(), "") > 0) {

@@ -28,7 +28,8 @@ public:
 
   void run() {
     PlannedFolder ignored;
-    static_cast<void>(plan_component(m_package, ignored, m_faults));
+    std::size_t folder_count = 0;
+    static_cast<void>(plan_component(m_package, ignored, folder_count, m_faults));
     if (const auto spec = load_specification(m_package, m_faults)) {
       check_functions(*spec);
       check_files(*spec);

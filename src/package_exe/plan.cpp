@@ -33,9 +33,9 @@ using Place = std::vector<PlannedFolder*>;
 
 class ComponentPlan {
 public:
-  ComponentPlan(const ComponentPackage& package, PlannedFolder& root,
+  ComponentPlan(const ComponentPackage& package, PlannedFolder& root, std::size_t& folder_count,
                 std::vector<std::string>& faults)
-      : m_package(package), m_faults(faults), m_place({&root}) {}
+      : m_package(package), m_folder_count(folder_count), m_faults(faults), m_place({&root}) {}
 
   std::string make() {
     const std::size_t old_faults = m_faults.size();
@@ -95,13 +95,14 @@ private:
   }
 
   // False when a file has that name.
-  static bool enter(Place& place, std::string_view word) {
+  bool enter(Place& place, std::string_view word) {
     const std::string name(word);
     if (place.back()->files.contains(name)) {
       return false;
     }
     auto& folder = place.back()->folders[name];
     if (folder == nullptr) {
+      ++m_folder_count;
       folder = std::make_unique<PlannedFolder>();
     }
     place.push_back(folder.get());
@@ -141,6 +142,9 @@ private:
       } else if (!is_file_name(word) || place.size() > MAX_PLANNED_DEPTH) {
         add_fault(section, "file name too long");
         return false;
+      } else if (m_folder_count >= MAX_PLANNED_FOLDERS) {
+        add_fault(section, "too many folders");
+        return false;
       } else if (!enter(place, word)) {
         add_fault(section, "needs a folder where another file is");
         return false;
@@ -163,6 +167,7 @@ private:
   }
 
   const ComponentPackage& m_package;
+  std::size_t& m_folder_count;
   std::vector<std::string>& m_faults;
   Place m_place;             // to the folder of the specification
   std::string m_path;        // the same as text, with "." as the prefix has it, ending with "/"
@@ -178,8 +183,8 @@ bool is_file_name(std::string_view name) {
 }
 
 std::string plan_component(const ComponentPackage& package, PlannedFolder& root,
-                           std::vector<std::string>& faults) {
-  return ComponentPlan(package, root, faults).make();
+                           std::size_t& folder_count, std::vector<std::string>& faults) {
+  return ComponentPlan(package, root, folder_count, faults).make();
 }
 
 } // namespace bfcl::package

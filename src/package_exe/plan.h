@@ -27,6 +27,9 @@ struct PlannedFolder {
 inline constexpr std::size_t MAX_PLANNED_DEPTH = 256;
 inline constexpr std::size_t MAX_PLANNED_PATH = 4095;
 
+// The most folders of one plan, as each takes far more memory than its name in a package.
+inline constexpr std::size_t MAX_PLANNED_FOLDERS = 1000000;
+
 // Whether the name is one that a file in a folder can have.
 bool is_file_name(std::string_view name);
 
@@ -37,8 +40,8 @@ bool is_file_name(std::string_view name);
 // Returns the path of the specification from `root`, or nothing after a fault: a name is absolute,
 // leads out of `root`, or is no file name; the prefix does not fit the names; two files, or a file
 // and a folder, have the same place. Two files of the same bytes are one file, as they were when
-// they were packaged.
+// they were packaged. `folder_count` is that of all folders planned so far.
 std::string plan_component(const vex::efi::ComponentPackage& package, PlannedFolder& root,
-                           std::vector<std::string>& faults);
+                           std::size_t& folder_count, std::vector<std::string>& faults);
 
 } // namespace bfcl::package

@@ -33,7 +33,7 @@ void plan_library(const PackageFile& library, UnpackPlan& plan, const UnpackOpti
     }
     auto& folder = plan.root.folders[name];
     folder = std::make_unique<PlannedFolder>();
-    const std::string path = plan_component(package, *folder, faults);
+    const std::string path = plan_component(package, *folder, plan.folder_count, faults);
     const std::string specification = join_path(name, path);
     plan.commands.push_back(make_package_command(options.destination, specification, name));
   }
@@ -114,7 +114,7 @@ UnpackPlan plan_files(const PackageFile& package, const UnpackOptions& options,
                                  printable(options.function).c_str()));
     return plan;
   }
-  const std::string path = plan_component(*component, plan.root, faults);
+  const std::string path = plan_component(*component, plan.root, plan.folder_count, faults);
   const std::string name = component->section.empty()
                                ? std::filesystem::path(options.file).stem().string()
                                : get_first_function(*component);

@@ -20,6 +20,7 @@ struct UnpackOptions {
 // What "unpack" is to write, and the commands that make the same file of it again.
 struct UnpackPlan {
   PlannedFolder root;
+  std::size_t folder_count = 0;
   std::vector<std::string> commands;
 };
 
