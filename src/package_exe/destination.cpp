@@ -46,6 +46,13 @@ bool write_package(int fd, const std::vector<ClangIr>& code) {
   return (vex_pkg_close_file_checked(pkg.release()) != 0) && added;
 }
 
+const char* describe_write_error(int error) {
+  if (error == EFAULT) { // what is written is mapped
+    return "the package became shorter while it was read";
+  }
+  return error != 0 ? std::strerror(error) : "cannot be written";
+}
+
 bool has_bytes(int fd, std::string_view bytes) {
   std::array<char, 65536> buffer;
   while (!bytes.empty()) {
@@ -201,7 +208,7 @@ private:
     const bool written = file.code != nullptr ? write_package(fd.get(), *file.code)
                                               : write_all(fd.get(), file.bytes);
     if (!written || !give_name(folder, part.c_str(), name.c_str())) {
-      add_fault(name, errno != 0 ? std::strerror(errno) : "cannot be written");
+      add_fault(name, describe_write_error(errno));
       unlinkat(folder, part.c_str(), 0);
       return false;
     }

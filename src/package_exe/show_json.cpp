@@ -111,33 +111,33 @@ Json make_package(const ComponentPackage& package, const EFISpec* spec) {
 
 } // namespace
 
-Json make_json(const ShownFile& shown) {
-  const PackageFile& package = *shown.package;
+Json make_json(const ShownFile& file) {
+  const PackageFile& package = *file.package;
   const bool is_library = package.kind == PackageKind::LIBRARY;
-  Json file = {{"path", shown.path},
+  Json json = {{"path", file.path},
                {"kind", is_library                               ? "library"
                         : package.kind == PackageKind::COMPONENT ? "component_package"
                                                                  : "opencl_package"},
                {"bytes", package.image.size()}};
   if (is_library) {
-    file["library"] = {
+    json["library"] = {
         {"version", package.version}, {"name", package.name}, {"vendor", package.vendor}};
   }
-  file["packages"] = Json::array();
+  json["packages"] = Json::array();
   for (std::size_t i = 0; i < package.components.size(); ++i) {
-    file["packages"].push_back(make_package(package.components[i], shown.specs[i].get()));
+    json["packages"].push_back(make_package(package.components[i], file.specs[i].get()));
   }
-  file["opencl_functions"] = Json::array();
+  json["opencl_functions"] = Json::array();
   for (const LibraryFunction& function : package.functions) {
     if (function.kind == LLVM_IR_KIND) {
-      file["opencl_functions"].push_back(function.name);
+      json["opencl_functions"].push_back(function.name);
     }
   }
-  file["targets"] = Json::array();
+  json["targets"] = Json::array();
   for (const ClangIr& code : package.clang_ir) {
-    file["targets"].push_back({{"target", code.target}, {"bytes", code.bytes.size()}});
+    json["targets"].push_back({{"target", code.target}, {"bytes", code.bytes.size()}});
   }
-  return file;
+  return json;
 }
 
 } // namespace bfcl::package

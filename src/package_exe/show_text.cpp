@@ -44,7 +44,7 @@ std::string describe_signals(const EFIElem& elem) {
     const std::string signal = VRM_SIGNAL_NAME[i];
     const std::string port = printable(elem.m_signal_ports[i]);
     if (!port.empty()) {
-      texts.push_back(port == signal ? port : port + " (" + signal + ")");
+      texts.push_back(port == signal ? port : format_text("%s (%s)", port.c_str(), signal.c_str()));
     }
   }
   return "signals " + join(texts);

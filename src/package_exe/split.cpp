@@ -20,10 +20,10 @@ constexpr const char* DEFAULT_VENDOR = "no_vendor";
 // One name for each package. "create" sorts its operands: where the names of the functions are not
 // in the order of the library, a number of equal length goes in front of each.
 std::vector<std::string> name_packages(const std::vector<ComponentPackage>& components) {
-  std::vector<std::string> names;
-  for (const ComponentPackage& package : components) {
-    names.push_back(get_first_function(package) + ".bfco");
-  }
+  std::vector<std::string> names(components.size());
+  std::transform(
+      components.begin(), components.end(), names.begin(),
+      [](const ComponentPackage& package) { return get_first_function(package) + ".bfco"; });
   if (!std::is_sorted(names.begin(), names.end())) {
     const int digits = static_cast<int>(std::to_string(names.size()).size());
     for (std::size_t i = 0; i < names.size(); ++i) {
