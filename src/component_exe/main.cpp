@@ -23,6 +23,7 @@ struct Command {
 constexpr Command COMMANDS[] = {
     {"check", "check that description, RTL and C model agree", add_check},
     {"new", "write a description, a C model's prototype and a wrapper for a module", add_new},
+    {"prove", "prove handshake, latency and capacity of the RTL", add_prove},
     {"deps", "write what a build of a package depends on, for make and ninja", add_deps},
 };
 

@@ -16,6 +16,7 @@
 
 #include <poll.h>
 #include <spawn.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 
 namespace bfcl::component {
@@ -149,10 +150,23 @@ void kill_group(pid_t leader, int* status) {
   }
 }
 
+// A limit that cannot be set leaves the time limit of run_tool.
+void set_limits(pid_t pid, const ToolLimits& limits) {
+  if (limits.memory != 0) {
+    const rlimit bytes = {limits.memory, limits.memory};
+    prlimit(pid, RLIMIT_AS, &bytes, nullptr);
+  }
+  if (limits.processor_time.count() != 0) {
+    const auto seconds = static_cast<rlim_t>(limits.processor_time.count());
+    const rlimit time = {seconds, seconds};
+    prlimit(pid, RLIMIT_CPU, &time, nullptr);
+  }
+}
+
 } // namespace
 
 ToolResult run_tool(const std::vector<std::string>& argv, const std::string& folder,
-                    std::chrono::milliseconds limit) {
+                    std::chrono::milliseconds limit, const ToolLimits& limits) {
   ToolResult result;
   std::optional<Pipe> output = make_pipe();
   std::optional<Pipe> errors = make_pipe();
@@ -165,6 +179,7 @@ ToolResult run_tool(const std::vector<std::string>& argv, const std::string& fol
   if (result.code != 0) {
     return result;
   }
+  set_limits(pid, limits);
   output->write_end = unique_fd();
   errors->write_end = unique_fd();
   const Clock::time_point deadline = Clock::now() + limit;

@@ -32,11 +32,19 @@ inline constexpr std::size_t MAX_TOOL_OUTPUT = std::size_t{64} << 20;
 // How long one run of a tool may take unless its caller says otherwise.
 inline constexpr std::chrono::seconds DEFAULT_TIME_LIMIT{120};
 
+// What one process of a tool may use; 0: no limit. A tool that wants more memory fails by itself;
+// one that computes for longer is ended by a signal, however busy the machine is.
+struct ToolLimits {
+  std::size_t memory = 0; // bytes of address space
+  std::chrono::seconds processor_time{0};
+};
+
 // Runs argv[0], found through PATH, in `folder` (the working directory when empty), with an empty
 // standard input, and waits for it. After the time limit the tool and what it started are killed.
 // Thread-safe. Prints nothing.
 [[nodiscard]] ToolResult run_tool(const std::vector<std::string>& argv, const std::string& folder,
-                                  std::chrono::milliseconds limit = DEFAULT_TIME_LIMIT);
+                                  std::chrono::milliseconds limit = DEFAULT_TIME_LIMIT,
+                                  const ToolLimits& limits = {});
 
 // One line for people about a run that was not ok(): that the tool is not installed, what ended it,
 // or its exit status with its last line of output. `tool` is its name.
