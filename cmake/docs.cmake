@@ -29,7 +29,7 @@ else()
 endif()
 
 # Shells look for a file by the name of the command.
-foreach(command bfcl bfcl-library bfcl-component)
+foreach(command bfcl bfcl-library bfcl-component bfcl-package)
   if(command STREQUAL bfcl)
     set(component launcher)
   else()

@@ -36,9 +36,18 @@ bfcl component new -o d|dir
 bfcl-component simulate --se|--seed
 bfcl component simulate --seed 3 s|s.xml
 bfcl component prove --d|--depth
+bfcl p|package
+bfcl package u|unpack
+bfcl-package show --j|--json
+bfcl package show a|a.bfco
+bfcl package unpack --pac|--packages
+bfcl package unpack -C d|dir
+bfcl package unpack --function b|b
+bfcl package unpack --list b|b.bfclib
+bfcl package verify b|b.bfclib
 ROWS
 echo "fpath=($files \$fpath); autoload -Uz compinit; compinit -u -D
-bfcl bfcl-library bfcl-component() { print -r -- \$0 \$* >>zsh.log }" >zshrc
+bfcl bfcl-library bfcl-component bfcl-package() { print -r -- \$0 \$* >>zsh.log }" >zshrc
 zsh -fc 'zmodload zsh/zpty; zpty z zsh -fi; zpty -w z ". ./zshrc"
   cut -d"|" -f1 rows | while read -r line; do zpty -nw z "$line"$'\''\t\n'\''; done
   zpty -w z exit; while zpty -r z; do :; done' >zsh.out

@@ -1,7 +1,7 @@
 # shellcheck shell=bash
 # SPDX-License-Identifier: BSD-3-Clause
-# Completion of "bfcl library ...", "bfcl component ...", "bfcl-library ..." and "bfcl-component ..." in
-# bash, with or without the package bash-completion.
+# Completion of "bfcl WORD ..." and "bfcl-WORD ..." for library, component and package in bash, with or
+# without the package bash-completion.
 
 # _bfcl_files SUFFIX...: the files with one of the suffixes, and directories on the way to them.
 _bfcl_files() {
@@ -102,6 +102,28 @@ _bfcl_component() {
   esac
 }
 
+# The options of each command of bfcl-package.
+declare -A _bfcl_package_options=(
+  [show]='--json'
+  [unpack]='-C --function --packages --list --force'
+)
+
+# _bfcl_package WORD...: the command and what follows it, before the word to complete.
+_bfcl_package() {
+  case ${1-}:${*: -1} in
+    :*) _bfcl_words show unpack verify --help ;;
+    unpack:-C | unpack:--directory) _bfcl_folders ;;
+    unpack:--function) ;;
+    *)
+      if [[ $cur != -* ]]; then
+        _bfcl_files .bfco .bfclib
+      else
+        _bfcl_words "${_bfcl_package_options[$1]-}" --help
+      fi
+      ;;
+  esac
+}
+
 _bfcl() {
   local cur=${COMP_WORDS[COMP_CWORD]} word words=()
   local program=${COMP_WORDS[0]##*/} first=1
@@ -117,6 +139,7 @@ _bfcl() {
   words=("${COMP_WORDS[@]:first:COMP_CWORD - first}")
   case $program in
     bfcl-component) _bfcl_component "${words[@]}" ;;
+    bfcl-package) _bfcl_package "${words[@]}" ;;
     bfcl-library)
       for word in "${!words[@]}"; do
         [[ ${words[word]} != -v ]] || unset "words[word]"
@@ -126,4 +149,4 @@ _bfcl() {
   esac
 }
 
-complete -F _bfcl bfcl bfcl-library bfcl-component
+complete -F _bfcl bfcl bfcl-library bfcl-component bfcl-package

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: BSD-3-Clause
-# Completion of "bfcl library ...", "bfcl component ...", "bfcl-library ..." and "bfcl-component ..." in
-# fish. Fish loads a program's file by its name: bfcl-library.fish and bfcl-component.fish are this file
+# Completion of "bfcl WORD ..." and "bfcl-WORD ..." for library, component and package in fish. Fish loads
+# a program's file by its name: bfcl-library.fish, bfcl-component.fish and bfcl-package.fish are this file
 # too.
 
 # The words before the one to complete, without the program and without -v: the command first.
@@ -96,11 +96,11 @@ for program in bfcl bfcl-library
     complete -c $program -n '__bfcl_at 2 extract_clang_ir' -a '(__bfcl_files)'
 end
 
-# The words of bfcl-component before the one to complete: the command first.
-function __bfcl_component_words
+# __bfcl_words_of PROGRAM: the words after bfcl-PROGRAM before the one to complete: the command first.
+function __bfcl_words_of
     set -l words (commandline -opc)
     if test (path basename -- $words[1]) = bfcl
-        test "$words[2]" = component; or return 1
+        test "$words[2]" = $argv[1]; or return 1
         set -e words[1]
     end
     set -e words[1]
@@ -110,20 +110,20 @@ end
 
 # __bfcl_component_at COMMAND...: whether one of the commands is on the line.
 function __bfcl_component_at
-    set -l words (__bfcl_component_words); or return
+    set -l words (__bfcl_words_of component); or return
     test (count $words) -gt 0; and contains -- $words[1] $argv
 end
 
 # __bfcl_component_wants COMMAND...: whether an operand of one of the commands may be next.
 function __bfcl_component_wants
     __bfcl_component_at $argv; or return
-    set -l last (__bfcl_component_words)[-1]
+    set -l last (__bfcl_words_of component)[-1]
     test "$last" = --json; or not string match -qr -- '^(--|-o$|new$)' $last
 end
 
 # __bfcl_component_value COMMAND OPTION: whether the option's value is next.
 function __bfcl_component_value
-    __bfcl_component_at $argv[1]; and test (__bfcl_component_words)[-1] = $argv[2]
+    __bfcl_component_at $argv[1]; and test (__bfcl_words_of component)[-1] = $argv[2]
 end
 
 for program in bfcl bfcl-component
@@ -134,7 +134,7 @@ for program in bfcl bfcl-component
             'prove|Prove latency, capacity and handshake|--function --depth --json' \
             'deps|Write what a package depends on|-o --target'
         set -l fields (string split '|' $row)
-        complete -c $program -n '__bfcl_component_words >/dev/null; and test (count (__bfcl_component_words)) -eq 0' \
+        complete -c $program -n '__bfcl_words_of component >/dev/null; and test (count (__bfcl_words_of component)) -eq 0' \
             -a $fields[1] -d $fields[2]
         complete -c $program -n "string match -q -- '-*' (commandline -ct); and __bfcl_component_wants $fields[1]" \
             -a "$fields[3] --help"
@@ -146,6 +146,28 @@ for program in bfcl bfcl-component
     complete -c $program -n '__bfcl_component_value deps -o' -a '(__bfcl_files .d)'
     complete -c $program -n '__bfcl_component_value deps --target' -a "(__bfcl_files '')"
     complete -c $program -n '__bfcl_component_value simulate --waves' -a '(__bfcl_files .fst)'
+end
+
+# __bfcl_package_wants COMMAND...: whether an operand of one of the commands may be next.
+function __bfcl_package_wants
+    set -l words (__bfcl_words_of package); or return
+    test (count $words) -gt 0; and contains -- $words[1] $argv
+    and not contains -- $words[-1] -C --directory --function
+end
+
+for program in bfcl bfcl-package
+    complete -c $program -f
+    for row in 'show|Print what packages and libraries contain|--json' \
+            'unpack|Write the files of a component, or the packages of a library|-C --function --packages --list --force' \
+            'verify|Check that packages and libraries are complete and consistent|'
+        set -l fields (string split '|' $row)
+        complete -c $program -n '__bfcl_words_of package >/dev/null; and test (count (__bfcl_words_of package)) -eq 0' \
+            -a $fields[1] -d $fields[2]
+        complete -c $program -n "string match -q -- '-*' (commandline -ct); and __bfcl_package_wants $fields[1]" \
+            -a "$fields[3] --help"
+    end
+    complete -c $program -n '__bfcl_package_wants show unpack verify' -a '(__bfcl_files .bfco .bfclib)'
+    complete -c $program -n 'contains -- (__bfcl_words_of package)[-1] -C --directory' -a '(__bfcl_files)'
 end
 
 for row in 'library|Manage libraries of hardware components' \
