@@ -30,13 +30,13 @@ install_packages() {
 
 install_build_packages() {
   install_packages g++ make cmake pkg-config binutils libelf-dev libtinyxml2-dev libgtest-dev \
-    libcli11-dev nlohmann-json3-dev
+    libcli11-dev nlohmann-json3-dev opencl-c-headers
 }
 
 # The tools that only some tests need. Without them these tests are skipped.
 install_optional_packages() {
-  install_packages iverilog verilator clang llvm libxml2-utils zsh fish file scdoc mandoc \
-    ninja-build ||
+  install_packages verilator ghdl clang llvm pocl-opencl-icd ocl-icd-libopencl1 \
+    libxml2-utils zsh fish file scdoc mandoc ninja-build ||
     echo "could not install them: the tests that need them will be skipped"
 }
 

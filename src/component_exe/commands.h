@@ -14,5 +14,6 @@ void add_check(CLI::App& command, int* status);
 void add_deps(CLI::App& command, int* status);
 void add_new(CLI::App& command, int* status);
 void add_prove(CLI::App& command, int* status);
+void add_simulate(CLI::App& command, int* status);
 
 } // namespace bfcl::component

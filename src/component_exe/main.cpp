@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "commands.h"
 #include "finding.h"
+#include "opencl.h"
 #include "process.h"
 
 #include <csignal>
@@ -25,6 +26,8 @@ constexpr Command COMMANDS[] = {
     {"new", "write a description, a C model's prototype and a wrapper for a module", add_new},
     {"prove", "prove handshake, latency and capacity of the RTL", add_prove},
     {"deps", "write what a build of a package depends on, for make and ninja", add_deps},
+    {"simulate", "run the RTL against the C model with random and corner values", add_simulate},
+    {"run-model", "", add_run_model}, // not in the help
 };
 
 int run(int argc, char** argv) {

@@ -16,12 +16,6 @@ constexpr unsigned OLDEST_VERSION = 5006; // 5.006, the first with --timing that
 constexpr unsigned FIRST_JSON_VERSION = 5022;
 constexpr unsigned BROKEN_VERSION = 5042; // leaves output ports out
 
-// Warnings that sources turn off by name and that 5.006 does not know.
-constexpr std::array<const char*, 9> FUTURE_WARNINGS = {
-    "-Wfuture-WIDTHEXPAND", "-Wfuture-WIDTHTRUNC", "-Wfuture-MULTITOP",
-    "-Wfuture-SIDEEFFECT",  "-Wfuture-GENUNNAMED", "-Wfuture-ENUMVALUE",
-    "-Wfuture-ASCRANGE",    "-Wfuture-UNUSEDLOOP", "-Wfuture-VARHIDDEN"};
-
 struct Version {
   unsigned number = 0; // 5006 for 5.006
   std::string problem; // why it does not fit, or empty

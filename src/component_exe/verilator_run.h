@@ -5,6 +5,7 @@
 #include "process.h"
 #include "sealed_tree.h"
 
+#include <array>
 #include <optional>
 #include <string>
 #include <vector>
@@ -12,6 +13,12 @@
 // One run of verilator, and what it says and writes.
 
 namespace bfcl::component {
+
+// Options for warnings that sources turn off by name and that 5.006 does not know.
+inline constexpr std::array<const char*, 9> FUTURE_WARNINGS = {
+    "-Wfuture-WIDTHEXPAND", "-Wfuture-WIDTHTRUNC", "-Wfuture-MULTITOP",
+    "-Wfuture-SIDEEFFECT",  "-Wfuture-GENUNNAMED", "-Wfuture-ENUMVALUE",
+    "-Wfuture-ASCRANGE",    "-Wfuture-UNUSEDLOOP", "-Wfuture-VARHIDDEN"};
 
 // A message of verilator, without the source lines that it shows.
 struct VerilatorMessage {
