@@ -26,6 +26,11 @@ say "Packaging the example components"
 for spec in examples/*/*.xml; do
   run bfcl library hdl-comp-pkg "$spec" -o "build/demo/$(basename "$spec" .xml).bfco"
 done
+if command -v verilator >/dev/null && command -v clang >/dev/null; then
+  say "Checking that description, RTL and C model agree"
+  run bfcl component check examples/popcount/popcount.xml examples/minmax/minmax.xml
+  echo "Not run here, since it takes longer: bfcl component simulate, bfcl component prove"
+fi
 cd build/demo
 
 say "Making a library of them"
