@@ -166,6 +166,12 @@ const Row FAULTS[] = {
      "not keep them [model-include]\n"},
     {"no_return", "a:32 =32", "uint f(uint a)\n{\n  a += 1;\n}",
      "f.cl:4: error: non-void function does not return a value [model]\n"},
+    {"empty", "a:32 =32", "uint f(uint a)\n{\n  // {\n}",
+     "f.cl:4: warning: the body is empty: write what the component computes [model]\n"},
+    {"empty_and_wrong", "a:16 =32", "uint f(uint a) {}",
+     "f.cl:1: error: argument 1 'a' is 'uint' of 32 bits, but INPUT 'a' (f.xml:3) has 16 bits "
+     "[model-type]\n"
+     "f.cl:1: warning: the body is empty: write what the component computes [model]\n"},
     {"does_not_compile", "a:32 =32", "uint f(uint a)\n{ return b; }",
      "f.cl:2: error: use of undeclared identifier 'b' [model]\n"},
 };

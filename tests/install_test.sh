@@ -79,7 +79,7 @@ Couldn't open absent: No such file or directory"
 
 # The program alone provides the functions for builds; the package reports that the libraries are missing.
 cmake --install "$build" --prefix "$work/program" --component program >log
-expect "$(find program -name '*.h' -o -name 'libbfcl*' -o -name bfcl)" ""
+expect "$(find program -path '*/doc/*' -prune -o \( -name '*.h' -o -name 'libbfcl*' -o -name bfcl \) -print)" ""
 ! cmake -S consumer -B without -DCMAKE_PREFIX_PATH="$work/program" >log 2>&1 ||
   expect "libraries" "none"
 grep -q "libbfcl-dev" log || { cat log; exit 1; }

@@ -78,6 +78,10 @@ void ModelChecker::report_errors(const std::string& file, const CModel& model) {
                    "the C model includes a file, which a library does not keep for it; put the "
                    "text of that file into the model");
   }
+  for (const auto& [path, line, text] : model.unwritten) {
+    m_report.warning("model", place_in_model(path, line),
+                     "the body is empty: write what the component computes");
+  }
   for (const auto& [path, line, text] : model.errors) {
     if (text.find("file not found") != std::string::npos) {
       m_report.error("model-include", place_in_model(path, line),

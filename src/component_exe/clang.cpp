@@ -172,6 +172,7 @@ ModelFunction read_function(const Json& declaration, bool unqualified_is_private
            place_of(inner).value("line", 0U)});
     }
     function.is_definition |= kind == "CompoundStmt";
+    function.is_empty |= kind == "CompoundStmt" && !inner.contains("inner");
   }
   return function;
 }
@@ -355,6 +356,18 @@ Compilation compile(const std::string& path, const std::string& function) {
   return std::move(*first);
 }
 
+// A function with an empty body, as a new model has it, is unfinished and not wrong.
+void move_unwritten(CModel& model) {
+  const bool has_empty = std::any_of(model.functions.begin(), model.functions.end(),
+                                     [](const ModelFunction& f) { return f.is_empty; });
+  const auto first = std::stable_partition(
+      model.errors.begin(), model.errors.end(), [has_empty](const ModelError& error) {
+        return !has_empty || error.text != "non-void function does not return a value";
+      });
+  model.unwritten.assign(first, model.errors.end());
+  model.errors.erase(first, model.errors.end());
+}
+
 } // namespace
 
 std::optional<CModel> read_c_model(const std::string& path, const std::string& function,
@@ -378,6 +391,7 @@ std::optional<CModel> read_c_model(const std::string& path, const std::string& f
       model.functions.push_back(read_function(declaration, standard == "CL1.2"));
     }
   }
+  move_unwritten(model);
   const std::vector<ModelType*> types = types_of_definitions(model.functions, function);
   if (model.errors.empty() && !types.empty() && !measure_types(standard, path, types, problem)) {
     return std::nullopt;

@@ -34,6 +34,7 @@ struct ModelFunction {
   std::string path;
   unsigned line = 0;
   bool is_definition = false;
+  bool is_empty = false; // a definition without a statement
   ModelType result;
   std::vector<ModelArgument> arguments;
 };
@@ -47,6 +48,7 @@ struct ModelError {
 struct CModel {
   std::vector<ModelFunction> functions; // those whose name contains the name that was asked for
   std::vector<ModelError> errors;       // why the model does not compile
+  std::vector<ModelError> unwritten;    // the same of functions whose bodies are empty
   std::vector<unsigned> include_lines;  // of the model's own directives
 };
 
