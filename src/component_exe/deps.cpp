@@ -29,11 +29,29 @@ struct DepsOptions {
   std::string target;
 };
 
+// Names in the order of their adding, each once.
+class UniqueNames {
+public:
+  void add(const std::string& name) {
+    if (m_seen.insert(name).second) {
+      m_names.push_back(name);
+    }
+  }
+  void add(const std::vector<std::string>& names) {
+    std::for_each(names.begin(), names.end(), [this](const std::string& name) { add(name); });
+  }
+  [[nodiscard]] const std::vector<std::string>& names() const { return m_names; }
+
+private:
+  std::vector<std::string> m_names;
+  std::unordered_set<std::string> m_seen;
+};
+
 // The rule of one target.
 struct Rule {
   std::string target;
-  std::vector<std::string> sources;      // the descriptions
-  std::vector<std::string> dependencies; // the other files
+  UniqueNames sources;      // the descriptions
+  UniqueNames dependencies; // the other files
 };
 
 // Make has no way to write these in a name: a line end, what ends the names, what joins lines. In
@@ -65,8 +83,8 @@ bool can_be_target(const std::string& name) {
 
 std::string format_rule(const Rule& rule) {
   std::string text = escape(rule.target) + ":";
-  for (const auto* names : {&rule.sources, &rule.dependencies}) {
-    for (const std::string& name : *names) {
+  for (const UniqueNames* list : {&rule.sources, &rule.dependencies}) {
+    for (const std::string& name : list->names()) {
       text += " \\\n  ";
       text += escape(name);
     }
@@ -82,22 +100,16 @@ std::string format_rules(const std::vector<Rule>& rules) {
   for (const Rule& rule : rules) {
     text += format_rule(rule);
     seen.insert(rule.target);
-    seen.insert(rule.sources.begin(), rule.sources.end());
+    seen.insert(rule.sources.names().begin(), rule.sources.names().end());
   }
   for (const Rule& rule : rules) {
-    for (const std::string& name : rule.dependencies) {
+    for (const std::string& name : rule.dependencies.names()) {
       if (can_be_target(name) && seen.insert(name).second) {
         text += "\n" + escape(name) + ":\n";
       }
     }
   }
   return text;
-}
-
-void append_once(std::vector<std::string>& list, std::string text) {
-  if (std::find(list.begin(), list.end(), text) == list.end()) {
-    list.push_back(std::move(text));
-  }
 }
 
 // Files need not exist, since the build may make them. Null after messages.
@@ -111,21 +123,21 @@ std::unique_ptr<vex::efi::EFISpec> load_specification(const std::string& path) {
 }
 
 std::vector<std::string> listed_files(const vex::efi::EFISpec& spec, const std::string& folder) {
-  std::vector<std::string> files;
+  UniqueNames files;
   for (const auto& component : spec.efi_elems()) {
     for (const auto* names : {&component->m_requirement_files, &component->m_c_model_files}) {
       for (const std::string& name : *names) {
-        append_once(files, dependency_path(folder.empty() ? name : folder + "/" + name));
+        files.add(dependency_path(folder.empty() ? name : folder + "/" + name));
       }
     }
   }
-  return files;
+  return files.names();
 }
 
-std::vector<std::string> folders_of(const std::vector<std::string>& files) {
-  std::vector<std::string> folders;
+UniqueNames folders_of(const std::vector<std::string>& files) {
+  UniqueNames folders;
   for (const std::string& file : files) {
-    append_once(folders, fs::path(file).parent_path().string());
+    folders.add(fs::path(file).parent_path().string());
   }
   return folders;
 }
@@ -137,16 +149,12 @@ bool add_specification(const std::string& path, Rule& rule) {
     return false;
   }
   const std::string folder = fs::path(path).parent_path().string();
-  append_once(rule.sources, dependency_path(path));
   const std::vector<std::string> files = listed_files(*spec, folder);
-  for (const std::string& file : files) {
-    append_once(rule.dependencies, file);
-  }
-  std::vector<std::string> folders = folders_of(files);
-  append_once(folders, folder);
-  for (std::string& file : find_included_files(files, folders)) {
-    append_once(rule.dependencies, std::move(file));
-  }
+  UniqueNames folders = folders_of(files);
+  folders.add(folder);
+  rule.sources.add(dependency_path(path));
+  rule.dependencies.add(files);
+  rule.dependencies.add(find_included_files(files, folders.names()));
   return true;
 }
 
@@ -202,9 +210,10 @@ std::string find_unwritable_name(const std::vector<Rule>& rules) {
     if (!is_writable_name(rule.target) || !can_be_target(rule.target)) {
       return rule.target;
     }
-    for (const auto* names : {&rule.sources, &rule.dependencies}) {
-      const auto found = std::find_if_not(names->begin(), names->end(), is_writable_name);
-      if (found != names->end()) {
+    for (const UniqueNames* list : {&rule.sources, &rule.dependencies}) {
+      const auto& names = list->names();
+      const auto found = std::find_if_not(names.begin(), names.end(), is_writable_name);
+      if (found != names.end()) {
         return *found;
       }
     }

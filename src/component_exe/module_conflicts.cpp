@@ -7,6 +7,8 @@
 #include <cctype>
 #include <filesystem>
 #include <set>
+#include <string_view>
+#include <vector>
 
 namespace bfcl::component {
 
@@ -16,19 +18,26 @@ bool is_blank(char character) {
   return std::isspace(static_cast<unsigned char>(character)) != 0;
 }
 
-std::size_t line_start(const std::string& text, unsigned line) {
+// Where each unit's line begins. Units are in the order of their lines.
+std::vector<std::size_t> line_starts(const std::string& text, const std::vector<RtlUnit>& units) {
+  std::vector<std::size_t> starts;
+  starts.reserve(units.size());
   std::size_t at = 0;
-  for (unsigned number = 1; number < line && at < text.size(); ++number) {
-    at = std::min(text.find('\n', at), text.size() - 1) + 1;
+  unsigned line = 1;
+  for (const RtlUnit& unit : units) {
+    for (; line < unit.line && at < text.size(); ++line) {
+      at = std::min(text.find('\n', at), text.size() - 1) + 1;
+    }
+    starts.push_back(at);
   }
-  return at;
+  return starts;
 }
 
-// Where the first of the words that end a unit of Verilog ends, from a place on.
-std::size_t verilog_end(const std::string& code, std::size_t from) {
+// Where the first of the words that end a unit of Verilog ends.
+std::size_t verilog_end(std::string_view code) {
   std::size_t end = code.size();
-  for (const std::string word : {"endmodule", "endinterface", "endpackage", "endprogram"}) {
-    const std::size_t found = code.find(word, from);
+  for (const std::string_view word : {"endmodule", "endinterface", "endpackage", "endprogram"}) {
+    const std::size_t found = code.find(word);
     end = found < end ? found + word.size() : end;
   }
   return end;
@@ -57,31 +66,26 @@ class Source {
 public:
   Source(const std::string& path, FileKind kind)
       : m_kind(kind), m_text(read_text(path)), m_code(blank_comments(m_text, kind)),
-        m_units(units_in(m_text, kind)) {}
+        m_units(units_in(m_text, kind)), m_starts(line_starts(m_code, m_units)) {}
 
   [[nodiscard]] const std::vector<RtlUnit>& units() const { return m_units; }
 
-  [[nodiscard]] std::string text_of(const RtlUnit& unit) const {
-    const std::size_t from = line_start(m_code, unit.line);
+  // An entity's architectures belong to it.
+  [[nodiscard]] std::string text_of(std::size_t unit) const {
+    const std::size_t from = m_starts[unit];
+    const auto next = std::upper_bound(m_starts.begin(), m_starts.end(), from);
+    const std::size_t to = next != m_starts.end() ? *next : m_code.size();
+    const std::string_view code = std::string_view(m_code).substr(from, to - from);
     return normal_text(m_text, m_code, from,
-                       m_kind == FileKind::vhdl ? next_unit(unit) : verilog_end(m_code, from));
+                       m_kind == FileKind::vhdl ? to : from + verilog_end(code));
   }
 
 private:
-  // An entity's architectures belong to it.
-  [[nodiscard]] std::size_t next_unit(const RtlUnit& unit) const {
-    for (const RtlUnit& other : m_units) {
-      if (other.line > unit.line) {
-        return line_start(m_code, other.line);
-      }
-    }
-    return m_code.size();
-  }
-
   FileKind m_kind;
   std::string m_text;
   std::string m_code; // of the same length
   std::vector<RtlUnit> m_units;
+  std::vector<std::size_t> m_starts;
 };
 
 } // namespace
@@ -95,13 +99,14 @@ void ModuleConflicts::add(const Description& description, std::size_t component,
       continue;
     }
     const Source source(description.file_path(file), kind);
-    for (const RtlUnit& unit : source.units()) {
+    for (std::size_t i = 0; i < source.units().size(); ++i) {
+      const RtlUnit& unit = source.units()[i];
       const Place place = {description.file_name(file), unit.line};
       if ((unit.keyword != "package" && !design.has_module(unit.name, place)) ||
           !seen.insert(unit.name).second) {
         continue;
       }
-      Definition definition = {place, source.text_of(unit)};
+      Definition definition = {place, source.text_of(i)};
       const auto [first, is_new] = m_definitions.try_emplace(unit.name, definition);
       if (!is_new && first->second.text != definition.text) {
         const Place& other = first->second.place;
