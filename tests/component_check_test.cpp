@@ -147,6 +147,26 @@ TEST_F(ComponentCheckTest, JsonIsAllThatIsPrinted) {
   EXPECT_EQ(got.out.front(), '{');
 }
 
+TEST_F(ComponentCheckTest, ModulesOfTheOtherLanguageCannotBeChecked) {
+  const auto edit = [](const std::string& file, const std::string& from, const std::string& to) {
+    write_file(file, replaced(read_file(file), from, to));
+  };
+  edit("popcount/popcount.v", "wire _unused = oready;", "mixed u (.x(oready));");
+  edit("popcount/popcount.xml", "<FILE name=\"popcount.v\"/>", "<FILE name=\"popcount.v\"/><FILE name=\"mixed.vhd\"/>");
+  write_file("popcount/mixed.vhd", "entity mixed is port (x : in bit); end;\n");
+  edit("isqrt/isqrt.vhd", "begin\n", "begin\n  u : entity work.mixed;\n");
+  edit("isqrt/isqrt.xml", "<FILE name=\"isqrt.vhd\"/>", "<FILE name=\"isqrt.vhd\"/><FILE name=\"mixed.v\"/>");
+  write_file("isqrt/mixed.v", "module mixed; endmodule\n");
+  const Outcome got = check({"popcount/popcount.xml", "isqrt/isqrt.xml"});
+  EXPECT_EQ(got.status, 2);
+  EXPECT_EQ(got.out, "");
+  EXPECT_EQ(got.err, "bfcl-component: popcount/popcount.xml: the VHDL entity 'mixed' in the Verilog "
+                     "module at popcount/popcount.v:54 cannot be checked: no tool reads both "
+                     "languages\n"
+                     "bfcl-component: isqrt/isqrt.xml: the Verilog module 'mixed' in the VHDL entity "
+                     "at isqrt/isqrt.vhd:29 cannot be checked: no tool reads both languages\n");
+}
+
 struct BrokenTool {
   const char* name;
   const char* tool;

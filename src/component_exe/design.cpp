@@ -2,6 +2,7 @@
 #include "design.h"
 
 #include "ghdl.h"
+#include "rtl_text.h"
 #include "verilator.h"
 
 #include <algorithm>
@@ -24,10 +25,35 @@ bool Design::has_module(const std::string& name, const Place& at) const {
          });
 }
 
+namespace {
+
+bool defines(const std::string& file, FileKind kind, const std::string& unit) {
+  if (file_kind(file) != kind) {
+    return false;
+  }
+  const std::vector<RtlUnit> units = units_in(read_text(file), kind);
+  return std::any_of(units.begin(), units.end(), [&](const RtlUnit& found) {
+    return kind == FileKind::vhdl ? strcasecmp(found.name.c_str(), unit.c_str()) == 0
+                                  : found.name == unit;
+  });
+}
+
+} // namespace
+
+bool is_in_other_language(const ElaborationRequest& request, FileKind kind,
+                          const std::string& unit) {
+  return std::any_of(request.files.begin(), request.files.end(),
+                     [&](const std::string& file) { return defines(file, kind, unit); });
+}
+
 std::optional<Design> elaborate(const ElaborationRequest& request, Report& report) {
+  const auto has = [&request](FileKind kind) {
+    return std::any_of(request.files.begin(), request.files.end(),
+                       [kind](const std::string& file) { return file_kind(file) == kind; });
+  };
   const bool is_vhdl =
-      std::any_of(request.files.begin(), request.files.end(),
-                  [](const auto& file) { return file_kind(file) == FileKind::vhdl; });
+      has(FileKind::vhdl) &&
+      (!has(FileKind::verilog) || is_in_other_language(request, FileKind::vhdl, request.top));
   return is_vhdl ? elaborate_vhdl(request, report) : elaborate_verilog(request, report);
 }
 

@@ -178,6 +178,7 @@ private:
   bool analyze();
   bool find_order(const std::vector<GhdlMessage>& listed);
   void report_messages(const std::vector<GhdlMessage>& messages);
+  bool is_verilog(const std::string& name, const GhdlMessage& message);
   bool report_missing(const GhdlMessage& message);
   void report_rest(const std::vector<GhdlMessage>& messages);
   bool check_parameters(const ToolResult& result);
@@ -303,6 +304,9 @@ void VhdlElaboration::report_messages(const std::vector<GhdlMessage>& messages) 
                          place_of(quoted(message.text, 1), 0).file);
     } else if (message.text.find(" is not bound [-Wbinding]") != std::string::npos) {
       const std::string name = quoted(message.text, 1);
+      if (is_verilog(name, message)) {
+        continue;
+      }
       m_report.error("module-missing", place_of(message.file, message.line),
                      "entity '" + name + "' of the component is in none of the listed files" +
                          to_add(name));
@@ -312,6 +316,19 @@ void VhdlElaboration::report_messages(const std::vector<GhdlMessage>& messages) 
   }
 }
 
+// Reports that a Verilog module inside VHDL cannot be checked.
+bool VhdlElaboration::is_verilog(const std::string& name, const GhdlMessage& message) {
+  if (!is_in_other_language(m_request, FileKind::verilog, name)) {
+    return false;
+  }
+  m_report.cannot_check(m_request.subject(),
+                        "the Verilog module '" + name + "' in the VHDL entity at " +
+                            place_of(message.file, message.line).file + ":" +
+                            std::to_string(message.line) +
+                            " cannot be checked: no tool reads both languages");
+  return true;
+}
+
 bool VhdlElaboration::report_missing(const GhdlMessage& message) {
   const bool is_library = message.text.rfind("cannot find resource library ", 0) == 0;
   if (!is_library && (message.text.rfind("unit ", 0) != 0 ||
@@ -319,6 +336,9 @@ bool VhdlElaboration::report_missing(const GhdlMessage& message) {
     return false;
   }
   const std::string name = quoted(message.text);
+  if (is_verilog(name, message)) {
+    return true;
+  }
   m_report.error("module-missing", place_of(message.file, message.line),
                  is_library ? "library '" + name + "' does not exist"
                             : "unit '" + name + "' is in none of the listed files" + to_add(name));

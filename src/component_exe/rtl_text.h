@@ -53,6 +53,10 @@ struct RtlUnit {
 [[nodiscard]] std::string where_to_find(const std::string& unit, const ElaborationRequest& request,
                                         const std::vector<std::string>& listed_units);
 
+// Whether a listed file of the kind defines a unit. No tool here elaborates both languages at once.
+[[nodiscard]] bool is_in_other_language(const ElaborationRequest& request, FileKind kind,
+                                        const std::string& unit);
+
 // Warns that the files elaborate in another order only than the description lists them in.
 void report_order(const ElaborationRequest& request, const std::vector<std::string>& order,
                   Report& report);

@@ -115,6 +115,7 @@ std::vector<std::size_t> unneeded_files(const ElaborationRequest& request, const
     source.is_needed = contains(run.design.module_files, name) ||
                        (source.kind == FileKind::include && contains(run.read_files, name));
     if (source.kind != FileKind::verilog) {
+      source.is_needed = source.is_needed || source.kind == FileKind::vhdl; // as far as is known
       continue;
     }
     source.names = macros_in(source.code);
@@ -133,6 +134,7 @@ std::vector<std::size_t> unneeded_vhdl_files(const ElaborationRequest& request,
                                              const SealedTree& tree) {
   std::vector<Source> sources = read_sources(request, tree);
   for (Source& source : sources) {
+    source.is_needed = source.kind == FileKind::verilog;
     for (const RtlUnit& unit : units_in(source.text, source.kind)) {
       source.names.push_back(unit.name);
       source.is_needed = source.is_needed || unit.name == lower(request.top);

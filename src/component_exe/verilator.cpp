@@ -242,6 +242,15 @@ bool VerilogElaboration::mend_module(const VerilatorMessage& message) {
   if (name.empty() || is_type || m_stubs.count(name) != 0) {
     return false;
   }
+  if (is_in_other_language(m_request, FileKind::vhdl, name)) {
+    const Place place = place_of(message);
+    m_report.cannot_check(m_request.subject(),
+                          "the VHDL entity '" + name + "' in the Verilog module at " + place.file +
+                              ":" + std::to_string(place.line) +
+                              " cannot be checked: no tool reads both languages");
+    m_stubs[name].asked_for = message;
+    return m_is_mended = true;
+  }
   m_report.error("module-missing", place_of(message),
                  "module '" + name + "' is in none of the listed files" +
                      where_to_find(name, m_request, unit_names(false)));
