@@ -11,7 +11,11 @@
 #include <algorithm>
 #include <atomic>
 #include <filesystem>
+#include <future>
+#include <map>
+#include <mutex>
 #include <thread>
+#include <tuple>
 
 namespace bfcl::component {
 
@@ -31,16 +35,53 @@ struct Task {
   std::optional<Design> design; // when the RTL could be elaborated
 };
 
-void check_component(Task& task) {
+// Designs that elaborated without a finding, for components that share module, files and
+// parameters.
+class DesignCache {
+public:
+  std::optional<Design> elaborate_once(const ElaborationRequest& request, Report& report) {
+    const auto key = std::tie(request.top, request.files, request.parameters);
+    {
+      const std::lock_guard lock(m_mutex);
+      const auto found = m_designs.find(key);
+      if (found != m_designs.end()) {
+        return found->second;
+      }
+    }
+    Report own;
+    std::optional<Design> design = elaborate(request, own);
+    if (design && own.findings().empty() && own.status() == STATUS_OK) {
+      const std::lock_guard lock(m_mutex);
+      m_designs.emplace(key, *design);
+    }
+    report.merge(std::move(own));
+    return design;
+  }
+
+private:
+  using Key = std::tuple<std::string, std::vector<std::string>,
+                         std::vector<std::pair<std::string, std::string>>>;
+  std::mutex m_mutex;
+  std::map<Key, Design> m_designs;
+};
+
+// The models are compiled while the RTL is elaborated, unless one job at a time is asked for.
+void check_component(Task& task, DesignCache& designs, unsigned jobs) {
   const Description& description = *task.description;
   const bool has_models = check_files(description, task.component, task.report);
-  task.design = elaborate(description.request_for(task.component), task.report);
+  Report models;
+  std::future<void> compiled =
+      std::async(jobs == 1 ? std::launch::deferred : std::launch::async, [&] {
+        if (has_models) {
+          check_model(description, task.component, models);
+        }
+      });
+  task.design = designs.elaborate_once(description.request_for(task.component), task.report);
   if (task.design) {
     check_interface(description, task.component, *task.design, task.report);
   }
-  if (has_models) {
-    check_model(description, task.component, task.report);
-  }
+  compiled.get();
+  task.report.merge(std::move(models));
   if (task.report.status() == STATUS_OK) {
     const std::string& name = description.spec->efi_elems()[task.component]->m_function_name;
     task.report.note(description.name, name + ": ok");
@@ -50,10 +91,11 @@ void check_component(Task& task) {
 // Each thread takes the next task until none is left; each task has its own report, so that the
 // output does not depend on their number.
 void run_tasks(std::vector<Task>& tasks, unsigned jobs) {
+  DesignCache designs;
   std::atomic<std::size_t> next = 0;
   const auto work = [&] {
     for (std::size_t i = next++; i < tasks.size() && interrupt_signal() == 0; i = next++) {
-      check_component(tasks[i]);
+      check_component(tasks[i], designs, jobs);
     }
   };
   const std::size_t processors = std::max(1U, std::thread::hardware_concurrency());
