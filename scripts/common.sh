@@ -35,7 +35,7 @@ install_build_packages() {
 
 # The tools that only some tests need. Without them these tests are skipped.
 install_optional_packages() {
-  install_packages verilator ghdl clang llvm pocl-opencl-icd ocl-icd-libopencl1 \
+  install_packages verilator ghdl yosys clang llvm pocl-opencl-icd ocl-icd-libopencl1 \
     libxml2-utils zsh fish file scdoc mandoc ninja-build ||
     echo "could not install them: the tests that need them will be skipped"
 }

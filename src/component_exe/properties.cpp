@@ -33,7 +33,7 @@ Property latency_property(const EFIElem& elem, const Place& place) {
           HarnessMode::stream,
           place,
           "each result comes " + clocks + " after its word",
-          declared + ", but a result comes that many clocks after no word",
+          declared + ", but ovalid is high and no word was taken " + clocks + " before",
           declared + ", but no result comes " + clocks + " after a word",
           {"ivalid", "iready", "ovalid", "oready", "held"},
           latency + 4};

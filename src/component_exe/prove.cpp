@@ -85,7 +85,7 @@ void add_signal(Columns& columns, const EFIElem& elem, const std::vector<Aiger::
   const auto* known =
       std::find(vex::efi::VRM_SIGNAL_NAME.begin(), vex::efi::VRM_SIGNAL_NAME.end(), name);
   if (known == vex::efi::VRM_SIGNAL_NAME.end()) {
-    columns.push_back(column(name, clocks, "show_" + name, 0, 32));
+    columns.push_back(column(name, clocks, "show_" + name, 0, 16));
     return;
   }
   const auto index = static_cast<std::size_t>(known - vex::efi::VRM_SIGNAL_NAME.begin());
@@ -95,7 +95,7 @@ void add_signal(Columns& columns, const EFIElem& elem, const std::vector<Aiger::
 std::string trace_of(const EFIElem& elem, const Property& property,
                      const std::vector<Aiger::Clock>& clocks) {
   Columns columns;
-  for (const char* shown : property.shown) {
+  for (const std::string shown : property.shown) {
     if (shown == SHOW_INPUTS) {
       add_inputs(columns, elem, clocks);
     } else if (shown == SHOW_MEMORY || shown == SHOW_REQUESTS) {
