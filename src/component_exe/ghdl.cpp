@@ -162,6 +162,16 @@ void note_inouts(const std::string& text, std::vector<Port>& ports) {
   }
 }
 
+// 0 when the text does not define it.
+unsigned line_of_entity(const std::string& text, const std::string& entity) {
+  for (const RtlUnit& unit : units_in(text, FileKind::vhdl)) {
+    if (unit.name == entity && unit.keyword == "entity") {
+      return unit.line;
+    }
+  }
+  return 0;
+}
+
 class VhdlElaboration {
 public:
   VhdlElaboration(const ElaborationRequest& request, Report& report)
@@ -238,7 +248,7 @@ ToolResult VhdlElaboration::ghdl(std::vector<std::string> words, bool in_new_lib
 ToolResult VhdlElaboration::synthesize(const std::string& format) {
   std::vector<std::string> words = {"--synth", "--out=" + format};
   for (const auto& [name, value] : m_parameters) {
-    words.push_back("-g" + name + "=" + value);
+    words.push_back(std::string("-g").append(name).append("=").append(value));
   }
   words.push_back(m_top);
   return ghdl(words, false);
@@ -441,7 +451,7 @@ Design VhdlElaboration::read_design(const ToolResult& result) {
   note_inouts(result.output, design.ports);
   for (Port& port : design.ports) {
     port.place = place_of_name(port.name);
-    if (port.direction == Direction::output && m_undriven.count(port.name) != 0) {
+    if (port.direction == Direction::output && m_undriven.contains(port.name)) {
       m_report.error("port-undriven", port.place, "nothing drives output '" + port.name + "'");
     }
   }
@@ -501,16 +511,12 @@ Place VhdlElaboration::place_of_name(const std::string& name) const {
   for (const std::string& file : m_files) {
     const std::string text =
         lower(blank_comments(read_text(m_tree.real_path(file)), FileKind::vhdl));
-    for (const RtlUnit& unit : units_in(text, FileKind::vhdl)) {
-      if (unit.name != lower(m_top) || unit.keyword != "entity") {
-        continue;
-      }
-      std::istringstream lines(text);
-      unsigned number = 0;
-      for (std::string line; std::getline(lines, line);) {
-        if (++number >= unit.line && (name.empty() || has_word(line, name))) {
-          return place_of(file, number);
-        }
+    const unsigned from = line_of_entity(text, lower(m_top));
+    std::istringstream lines(from != 0 ? text : "");
+    unsigned number = 0;
+    for (std::string line; std::getline(lines, line);) {
+      if (++number >= from && (name.empty() || has_word(line, name))) {
+        return place_of(file, number);
       }
     }
   }

@@ -132,7 +132,7 @@ public:
       check_mem_port(i);
     }
     for (const Port& port : m_design.ports) {
-      if (m_known.count(port.name) == 0) {
+      if (!m_known.contains(port.name)) {
         report_extra(port);
       }
     }
@@ -208,7 +208,7 @@ private:
     std::vector<std::string> prefixes;
     for (const Port& port : m_design.ports) {
       const std::size_t underscore = port.name.rfind('_');
-      if (m_known.count(port.name) == 0 && underscore != std::string::npos) {
+      if (!m_known.contains(port.name) && underscore != std::string::npos) {
         prefixes.push_back(port.name.substr(0, underscore));
       }
     }
@@ -258,7 +258,7 @@ private:
     std::vector<std::string> unknown;
     std::copy_if(m_names.begin(), m_names.end(), std::back_inserter(unknown),
                  [this](const std::string& port) {
-                   return m_named.count(port) == 0 && m_known.count(port) == 0;
+                   return !m_named.contains(port) && !m_known.contains(port);
                  });
     return nearest_name(name, unknown);
   }
@@ -298,7 +298,7 @@ void check_data_files(const Description& description, std::size_t component, con
     listed.insert(fs::path(file).filename().string());
   }
   for (const DataFile& data : design.data_files) {
-    if (listed.count(fs::path(data.name).filename().string()) == 0) {
+    if (!listed.contains(fs::path(data.name).filename().string())) {
       report.error("data-unlisted", data.place,
                    "data file '" + data.name + "' is not listed in " + description.name);
     }
@@ -352,7 +352,7 @@ bool check_files(const Description& description, std::size_t component, Report& 
     std::string extension = path.substr(path.rfind('.') + 1);
     std::transform(extension.begin(), extension.end(), extension.begin(),
                    [](unsigned char byte) { return static_cast<char>(std::tolower(byte)); });
-    if (EXTENSIONS.count(extension) == 0) {
+    if (!EXTENSIONS.contains(extension)) {
       report.error("file-extension", place,
                    "file '" + name +
                        "' cannot be packaged: its extension is none of v, sv, svh, vhd, hex, mif");

@@ -140,9 +140,9 @@ std::vector<RtlUnit> units_in(const std::string& text, FileKind kind) {
   std::string last;
   for (Word word; words.next(word);) {
     const std::string name = is_vhdl ? lower(word.text) : word.text;
-    if (keywords.count(name) != 0 && last != "end" && last != "virtual") {
+    if (keywords.contains(name) && last != "end" && last != "virtual") {
       keyword = name;
-    } else if (!keyword.empty() && NO_NAMES.count(name) == 0) {
+    } else if (!keyword.empty() && !NO_NAMES.contains(name)) {
       units.push_back({name, keyword, word.line});
       keyword.clear();
     } else if (name == "body" || name == "class" || name == "work") {
@@ -260,7 +260,7 @@ std::string neighbour_with(const std::string& unit, const ElaborationRequest& re
     list_sources(fs::path(request.top_place.file).parent_path(), MAX_DEPTH, files);
   }
   for (const std::string& file : files) {
-    if (listed.count(fs::weakly_canonical(file, error).string()) != 0) {
+    if (listed.contains(fs::weakly_canonical(file, error).string())) {
       continue;
     }
     for (const RtlUnit& found : units_in(read_text(file), file_kind(file))) {

@@ -239,7 +239,7 @@ bool VerilogElaboration::mend_module(const VerilatorMessage& message) {
   const std::string name = quoted(message.text);
   const bool is_type = begins(message.text, "Cannot find file containing interface: ") &&
                        neighbour_with(name, m_request).empty();
-  if (name.empty() || is_type || m_stubs.count(name) != 0) {
+  if (name.empty() || is_type || m_stubs.contains(name)) {
     return false;
   }
   if (is_in_other_language(m_request, FileKind::vhdl, name)) {
@@ -338,9 +338,12 @@ bool VerilogElaboration::try_parameters(const VerilatorRun& run) {
     const VerilatorRun other = try_job(job);
     if (other.problem.empty() && count_errors(other) < errors) {
       const auto& [name, value] = m_job.parameters[left_out];
-      m_report.error("parameter", parameter_place(name),
-                     "value '" + value + "' of parameter '" + name +
-                         "' does not elaborate: " + run.messages.front().text);
+      const auto first = std::find_if(run.messages.begin(), run.messages.end(),
+                                      [](const auto& message) { return message.is_error; });
+      std::string text = "value '";
+      text.append(value).append("' of parameter '").append(name);
+      text.append("' does not elaborate: ").append(first->text);
+      m_report.error("parameter", parameter_place(name), text);
       m_job = job;
       return true;
     }
@@ -385,7 +388,7 @@ void VerilogElaboration::report_rest(const VerilatorRun& run) {
   }
   for (const VerilatorMessage& message : run.messages) {
     const Place place = message.file.empty() ? m_request.top_place : place_of(message);
-    if (!message.is_error || dealt_with.count(place) != 0 || is_consequence(message)) {
+    if (!message.is_error || dealt_with.contains(place) || is_consequence(message)) {
       continue;
     }
     if (begins(message.text, "Unsupported: Interfaced port on top level")) {

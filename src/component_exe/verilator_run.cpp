@@ -70,7 +70,7 @@ std::vector<std::string> command_line(const SealedTree& tree, const VerilatorJob
     argv.push_back("-I" + folder);
   }
   for (const auto& [name, value] : job.parameters) {
-    argv.push_back("-G" + name + "=" + value);
+    argv.push_back(std::string("-G").append(name).append("=").append(value));
   }
   argv.insert(argv.end(), job.files.begin(), job.files.end());
   return argv;
