@@ -33,6 +33,7 @@ hierarchy -check -top bfcl_component
 setundef -undriven -zero bfcl_component
 proc
 flatten
+check
 opt
 memory_map
 opt -full
