@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 
-// Runs the functions that were extracted from a library, OpenCL functions and C models of components,
-// and compares the results with independent ones. Exit status: 0 when all agree.
+// Runs the functions that were extracted from a library, OpenCL functions and C models of
+// components, and compares the results with independent ones. Exit status: 0 when all agree.
 
 #include <math.h>
 #include <stdbool.h>
