@@ -178,7 +178,7 @@ public:
       : m_request(request), m_report(report) {}
 
   std::optional<Design> run();
-  std::string as_verilog();
+  std::string netlist(const std::string& format);
 
 private:
   bool prepare();
@@ -474,11 +474,11 @@ void VhdlElaboration::report_unneeded() {
   }
 }
 
-std::string VhdlElaboration::as_verilog() {
+std::string VhdlElaboration::netlist(const std::string& format) {
   if (!prepare() || !analyze()) {
     return "";
   }
-  const ToolResult result = synthesize("verilog");
+  const ToolResult result = synthesize(format);
   if (!result.ok()) {
     m_report.cannot_check(m_request.subject(), describe_failure("ghdl", result));
     return "";
@@ -562,7 +562,11 @@ std::optional<Design> elaborate_vhdl(const ElaborationRequest& request, Report& 
 }
 
 std::string vhdl_as_verilog(const ElaborationRequest& request, Report& report) {
-  return VhdlElaboration(request, report).as_verilog();
+  return VhdlElaboration(request, report).netlist("verilog");
+}
+
+std::string vhdl_netlist(const ElaborationRequest& request, Report& report) {
+  return VhdlElaboration(request, report).netlist("vhdl");
 }
 
 } // namespace bfcl::component

@@ -16,4 +16,7 @@ namespace bfcl::component {
 // report has then.
 [[nodiscard]] std::string vhdl_as_verilog(const ElaborationRequest& request, Report& report);
 
+// The same as VHDL, which begins with the entity and the types of its ports.
+[[nodiscard]] std::string vhdl_netlist(const ElaborationRequest& request, Report& report);
+
 } // namespace bfcl::component

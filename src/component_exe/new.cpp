@@ -103,7 +103,7 @@ void print_ports(const Design& design, const PortPlan& plan) {
 // A path as the description names it.
 std::string name_from(const std::string& folder, const std::string& path) {
   std::error_code error;
-  const fs::path from = fs::weakly_canonical(folder, error);
+  const fs::path from = fs::weakly_canonical(fs::absolute(folder, error), error);
   const fs::path to = fs::canonical(fs::absolute(path, error).parent_path(), error);
   return (to.lexically_relative(from) / fs::path(path).filename()).lexically_normal().string();
 }
@@ -204,9 +204,11 @@ void NewCommand::write(const Design& design, const PortPlan& plan) {
   }
   std::vector<NewFile> files;
   if (is_wrapped) {
-    const std::string wrapper = component.module + ".sv";
+    const bool is_vhdl = design.ignores_case;
+    const std::string wrapper = component.module + (is_vhdl ? ".vhd" : ".sv");
     component.files.push_back(wrapper);
-    const auto text = verilog_text(design.top, m_parameters);
+    const auto text = is_vhdl ? vhdl_text(design.top, m_parameters, m_sources.vhdl_types)
+                              : verilog_text(design.top, m_parameters);
     files.push_back({path_of(wrapper), wrapper_text(design, plan, *text)});
   } else {
     component.parameters = m_parameters;

@@ -23,7 +23,7 @@ struct NewComponent {
 [[nodiscard]] std::string description_text(const Design& design, const PortPlan& plan,
                                            const NewComponent& component);
 
-// The prototype of the OpenCL function, with an empty body and what to write there.
+// The prototype of the OpenCL function, which returns 0, and what to write there.
 [[nodiscard]] std::string prototype_text(const Design& design, const PortPlan& plan,
                                          const NewComponent& component);
 

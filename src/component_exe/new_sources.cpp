@@ -2,6 +2,8 @@
 #include "new_sources.h"
 
 #include "description.h"
+#include "ghdl.h"
+#include "hdl_text.h"
 #include "rtl_text.h"
 
 #include <algorithm>
@@ -101,6 +103,7 @@ private:
   bool add_missing(const Report& report);
   bool add_data(const Design& design, Report& report);
   void drop_unneeded(const Report& report);
+  void note_types(Design& design, Report& report);
   void note_undriven(const Report& report, const Design& design);
   void check_extensions(Report& report);
   void follow_order(const Design& design);
@@ -151,7 +154,9 @@ NewSources SourceSearch::run(Report& report) {
                              "falling_edge", "event", "RISING_EDGE", "FALLING_EDGE", "EVENT"}) {
       m_sources.has_edges = m_sources.has_edges || has_word(text, word);
     }
-    m_sources.is_vhdl = m_sources.is_vhdl || kind == FileKind::vhdl;
+  }
+  if (design->ignores_case) {
+    note_types(*design, report);
   }
   m_sources.design = std::move(design);
   return std::move(m_sources);
@@ -220,6 +225,19 @@ void SourceSearch::drop_unneeded(const Report& report) {
     const std::string& file = finding.place.file;
     if (finding.rule == "file-unneeded" && std::erase(m_request.files, file) != 0) {
       m_sources.notes.push_back(tidy_path(file) + ": left out, the module does not need it");
+    }
+  }
+}
+
+void SourceSearch::note_types(Design& design, Report& report) {
+  m_sources.vhdl_types = vhdl_types(vhdl_netlist(m_request, report));
+  for (Port& port : design.ports) {
+    const std::string& type = m_sources.vhdl_types[port.name];
+    const bool is_short_number =
+        port.width == 1 && (type.rfind("natural", 0) == 0 || type.rfind("positive", 0) == 0 ||
+                            type.rfind("integer", 0) == 0);
+    if (type.empty() || is_short_number) {
+      port.kind = PortKind::other;
     }
   }
 }

@@ -127,6 +127,7 @@ constexpr Entry WORDS[] = {
     {"tuser", Word::side},
     {"tid", Word::side},
     {"tdest", Word::side},
+    {"test", Word::test},
     {"scan", Word::test},
     {"dft", Word::test},
     {"testmode", Word::test},

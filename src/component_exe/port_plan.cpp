@@ -141,7 +141,13 @@ void Planner::settle_ends() {
 
 void Planner::settle_readies() {
   settle_reads();
-  set_all(named(Word::ready, Direction::output), Role::ready, "its name");
+  const Indices outputs = named(Word::ready, Direction::output);
+  for (const std::size_t index : outputs) {
+    // An idle may fall with the start itself; a ready does not.
+    const bool is_idle = port(index).name.find("idle") != std::string::npos;
+    set(index, is_idle && outputs.size() > 1 ? Role::open : Role::ready,
+        is_idle && outputs.size() > 1 ? "another port says when it is ready" : "its name");
+  }
   m_plan.begins = channels(Direction::input, Role::start);
   const Indices readies = named(Word::ready, Direction::input);
   const bool has_end = !with_role(Role::valid, Direction::output).empty() ||

@@ -1,0 +1,179 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "component_exe/port_plan.h"
+#include "support.h"
+
+#include <cstdlib>
+#include <sstream>
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace bfcl::component;
+
+// Ports in short: ">clk >a:12 <q:12" has two inputs and an output of 12 bits.
+Design design_of(const std::string& ports) {
+  Design design;
+  design.top = "top";
+  std::istringstream words(ports);
+  for (std::string word; words >> word;) {
+    const std::size_t colon = word.find(':');
+    Port port;
+    port.name = word.substr(1, colon - 1);
+    port.direction = word[0] == '>' ? Direction::input : word[0] == '<' ? Direction::output : Direction::inout;
+    port.width = colon == std::string::npos ? 1 : static_cast<unsigned>(std::stoul(word.substr(colon + 1)));
+    design.ports.push_back(port);
+  }
+  return design;
+}
+
+// One letter for each port: Clock, Reset, Input, Output, Valid, readY, Start, Done, constant 0 or 1,
+// - for open; in small letters when it is active low.
+std::string letters(const PortPlan& plan) {
+  std::string text;
+  for (const PortUse& use : plan.uses) {
+    const char letter = "?CRIOVYSD#-"[static_cast<int>(use.role)];
+    text += use.role == Role::constant ? use.bits[0] : use.low ? static_cast<char>(letter + 32) : letter;
+  }
+  return text;
+}
+
+struct Row {
+  const char* ports;
+  const char* expected; // the scheme and the letters, or a part of the question
+  std::vector<std::pair<std::string, std::string>> roles = {};
+  std::optional<unsigned> latency = {};
+};
+
+const Row ROWS[] = {
+    {">aclk >aresetn >s_axis_tdata:32 >s_axis_tvalid <s_axis_tready >s_axis_tlast >s_axis_tkeep:4 "
+     "<m_axis_tdata:32 <m_axis_tvalid >m_axis_tready <m_axis_tlast",
+     "stream CrIVY11OVY-"},
+    {">clk_i >rst_ni >data_i:9 >valid_i <ready_o <data_o:9 <valid_o >ready_i", "stream CrIVYOVY"},
+    {">clk >rstN >iData:8 >iValid <oReady <oData:8 <oValid >iReady", "stream CrIVYOVY"},
+    {">clk >rst >a:8 >a_stb <a_ack >b:8 >b_stb <b_ack <z:8 <z_stb >z_ack", "stream CRIVYIVYOVY"},
+    {">clk >reset >x_val <x_rdy >x_msg:64 <y_val >y_rdy <y_msg:32", "stream CRVYIVYO"},
+    {">clk >rst >start <busy <done >a:8 <q:8", "call CRSyDIO"},
+    {">i_clk >i_reset >i_wr <o_busy >i_n:32 <o_valid <o_err <o_q:32", "call CRVyIVOO"},
+    {">clock >reset >go >x:8 <ready <p:16", "call CRSIDO"},
+    {">ap_clk >ap_rst >ap_start <ap_done <ap_idle <ap_ready >a:32 <ap_return:32", "call CRSD-YIO"},
+    {">clk >rst_n >i_valid >i_a:16 <o_valid <o_p:32", "call CrVIVO"},
+    {">clk >rst_n >i_valid >i_a:16 <o_valid <o_p:32", "pipeline CrVIVO", {}, 2},
+    {">clk >CE >test_mode >flush_i >rst_n >a:8 <q:8", "pipeline C100rIO", {}, 1},
+    {">a:32 >b:32 >op:4 <y:32 <zero", "pipeline IIIOO", {}, 0},
+    {">clk >parity_en >a:8 <q:8", "pipeline CIIO", {}, 1},
+    {">c >a:8 <q:8", "--clock PORT"},
+    {">c >a:8 <q:8", "pipeline CIO", {{"c", "clock"}}, 3},
+    {">clk >wr_en >din:8 <full >rd_en <dout:8 <empty <count:3", "first word fall through"},
+    {">clk >wr_en >din:8 <full >rd_en <dout:8 <empty <count:3", "stream CVIyYOv-", {{"rd_en", "ready"}}},
+    {">clk >a:8 <q:8", "--latency N"},
+    {">wclk >rclk >a:8 <q:8", "a component has one clock"},
+    {">clk >start >in_valid >a:8 <done <q:8", "more than one port may begin a call"},
+    {">clk >req <ack >a:8 <q:8", "--map ack=done"},
+    {">clk >req <ack >a:8 <q:8", "call CVDIO", {{"ack", "done"}}},
+    {">clk >a:8 <valid <q:8 >mode", "--map PORT=start if it begins a call (mode)"},
+    {">clk <q:8", "no input is left"},
+    {">clk >a:8 >start", "no output is left"},
+    {">clk >data:8 >start <busy <txd", "txd: looks like a pin"},
+    {">clk =sda >a:8 <q:8", "sda: an inout is for a pin"},
+    {">clk >wb_cyc_i >wb_adr_i:32 <wb_dat_o:32", "a Wishbone bus"},
+    {">clk >s_axi_awaddr:32 <q:8", "an AXI memory bus"},
+    {">clk >a:2048 <q:8", "a has 2048 bits", {}, 1},
+    {">clk >a:8 >k:4 <q:8", "pipeline CI1O", {{"k", "4'hA"}}, 1},
+    {">clk >a:8 >k:4 <q:8", "'16' is no constant of 4 bits", {{"k", "16"}}, 1},
+    {">clk >a:8 <q:8", "has no port 'b'", {{"b", "open"}}, 1},
+    {">clk >a:8 <q:8", "an input cannot be left open", {{"a", "open"}}, 1},
+    {">clk >a:8 <q:8", "an output cannot be 'input'", {{"q", "input"}}, 1},
+};
+
+TEST(ComponentNewTest, PortsAreWhatTheirNamesSayOrAQuestion) {
+  for (const Row& row : ROWS) {
+    SCOPED_TRACE(row.ports);
+    PortChoices choices;
+    choices.roles = row.roles;
+    choices.latency = row.latency;
+    const PortPlan plan = plan_ports(design_of(row.ports), choices);
+    if (plan.problems.empty()) {
+      const char* schemes[] = {"direct ", "stream ", "call ", "pipeline "};
+      EXPECT_EQ(schemes[static_cast<int>(plan.scheme)] + letters(plan), row.expected);
+    } else {
+      EXPECT_NE(plan.problems[0].text.find(row.expected), std::string::npos) << plan.problems[0].text;
+    }
+  }
+}
+
+struct Module {
+  const char* name;
+  const char* extension;
+  const char* text;
+  std::vector<std::string> options = {};
+};
+
+const Module MODULES[] = {
+    {"halve", "v",
+     "module halve(input clk, input rst, input start, input [11:0] kernel, output reg done, "
+     "output reg [10:0] q, output reg odd);\nalways @(posedge clk) begin done <= start & ~rst;\n"
+     "q <= kernel[11:1]; odd <= kernel[0]; end\nendmodule\n"},
+    {"step",
+     "sv",
+     "module step(input logic [7:0] clock, output logic [7:0] y);\nassign y = clock + 8'd1;\nendmodule\n",
+     {"--map", "clock=input"}},
+    {"two", "v",
+     "module two(input clk, input rst, input [31:0] a, input a_stb, output a_ack, input [31:0] b,\n"
+     "input b_stb, output b_ack, output reg [31:0] z, output reg z_stb, input z_ack);\n"
+     "wire go = a_stb & b_stb & (~z_stb | z_ack); assign a_ack = go; assign b_ack = go;\n"
+     "always @(posedge clk) begin if (go) z <= a + b; z_stb <= ~rst & (go | (z_stb & ~z_ack)); end\nendmodule\n"},
+    {"wait", "vhd",
+     "library ieee; use ieee.std_logic_1164.all; use ieee.numeric_std.all;\nentity later is\n"
+     "port (clk : in std_logic; rst_n : in std_logic; start, up : in std_logic; n : in natural range 0 to 100;\n"
+     "a : in unsigned(11 downto 0); q : out unsigned(11 downto 0); done : out std_logic; big : out boolean);\n"
+     "end;\narchitecture a of later is begin\nprocess (clk) begin if rising_edge(clk) then\n"
+     "done <= start and rst_n; big <= a > 100; q <= a + n; if up = '0' then q <= a; end if;\n"
+     "end if; end process;\nend;\n"},
+};
+
+class ComponentNewCommandTest : public InTempDir {
+protected:
+  void SetUp() override {
+    if (std::system("command -v verilator ghdl clang >.tools") != 0) {
+      GTEST_SKIP() << "verilator, ghdl or clang is not installed";
+    }
+  }
+  static Outcome component(std::vector<std::string> words) {
+    words.insert(words.begin(), BFCL_BIN_DIR "/bfcl-component");
+    return run(words);
+  }
+};
+
+TEST_F(ComponentNewCommandTest, WhatIsWrittenIsCheckedAndPackaged) {
+  fs::create_directory("rtl files");
+  for (const Module& module : MODULES) {
+    SCOPED_TRACE(module.name);
+    const std::string source = std::string("rtl files/") + module.name + "." + module.extension;
+    write_file(source, module.text);
+    const std::string name = module.name == std::string("wait") ? "later" : module.name;
+    std::vector<std::string> words = {"new", name, source, "-o", "made here"};
+    words.insert(words.end(), module.options.begin(), module.options.end());
+    const Outcome made = component(words);
+    EXPECT_EQ(made.status, 0) << made.out << made.err;
+    const std::string spec = "made here/" + name + ".xml";
+    const Outcome checked = component({"check", spec});
+    EXPECT_EQ(checked.status, 0) << checked.out << checked.err;
+    EXPECT_EQ(bfcl_library({"-c", spec, "-o", name + ".bfco"}).status, 0);
+    const std::string wrapper =
+        read_file("made here/" + name + "_component." + (module.extension == std::string("vhd") ? "vhd" : "sv"));
+    EXPECT_EQ(component(words).status, 2); // nothing is written over
+    EXPECT_FALSE(wrapper.empty());
+  }
+}
+
+TEST_F(ComponentNewCommandTest, NothingIsWrittenWithAQuestion) {
+  write_file("leaf.v", "module leaf(input a, output y); assign y = ~a; endmodule\n");
+  write_file("top.v", "module top(input clk, input a, output y); leaf l(a, y); endmodule\n");
+  EXPECT_EQ(component({"new", "top", "top.v"}).status, 1);
+  EXPECT_FALSE(fs::exists("top.xml"));
+  const Outcome made = component({"new", "top", "top.v", "--latency", "0"});
+  EXPECT_EQ(made.status, 0) << made.out << made.err;
+  EXPECT_NE(made.out.find("leaf.v: added, which module 'leaf' is in"), std::string::npos) << made.out;
+}
+
+} // namespace
