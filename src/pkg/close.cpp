@@ -26,7 +26,6 @@ void split_section(Elf_Scn* section) {
     if (rest != nullptr) {
       fill_section_data(rest, static_cast<char*>(piece->d_buf) + WRITE_PIECE_SIZE,
                         piece->d_size - WRITE_PIECE_SIZE);
-      rest->d_align = 1;
       piece->d_size = WRITE_PIECE_SIZE;
     }
     piece = rest;

@@ -183,15 +183,10 @@ using section_operation = unsigned (*)(vex_pkg_file*, const char*, const void*, 
 constexpr std::size_t MIN_MAPPED_SIZE = 16384;
 constexpr std::size_t MAX_MAPPINGS = 60000;
 
-bool is_package_file(const vex_pkg_file* pkg, const struct stat& status) {
-  return pkg->status.st_dev == status.st_dev && pkg->status.st_ino == status.st_ino;
-}
-
 // Null where the file is to be read instead.
 const void* map_contents(vex_pkg_file* pkg, const SourceFile& file) {
   auto& sources = pkg->contents.sources;
-  if (!pkg->created || file.size() < MIN_MAPPED_SIZE || sources.size() >= MAX_MAPPINGS ||
-      is_package_file(pkg, file.status())) {
+  if (!pkg->created || file.size() < MIN_MAPPED_SIZE || sources.size() >= MAX_MAPPINGS) {
     return nullptr;
   }
   MappedBytes bytes = file.map_all();

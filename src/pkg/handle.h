@@ -45,10 +45,9 @@ struct Contents {
 } // namespace vex::pkg
 
 struct vex_pkg_file {
-  std::string name;        // for close-time messages; empty for a package in memory
-  malloc_ptr<char> path;   // of a writable file: absolute and without symbolic links, or null
-  int fd = -1;             // -1 for a package in memory
-  struct stat status = {}; // of the file when it was opened
+  std::string name;      // for close-time messages; empty for a package in memory
+  malloc_ptr<char> path; // of a writable file: absolute and without symbolic links, or null
+  int fd = -1;           // -1 for a package in memory
   Elf* elf = nullptr;
 
   bool writable = false;

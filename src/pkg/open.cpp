@@ -228,9 +228,9 @@ bool begin_package(vex_pkg_file* pkg, const char* name, unsigned mode) {
   if (pkg->elf == nullptr) {
     report(pkg->show_errors, "elf_begin failed: %s\n", elf_error_text(errno));
   }
-  const bool is_file = fstat(pkg->fd, &pkg->status) == 0 && S_ISREG(pkg->status.st_mode);
-  const auto size = static_cast<std::uint64_t>(pkg->status.st_size);
-  pkg->damaged = !pkg->created && is_file && claims_too_much(pkg, size);
+  struct stat status = {};
+  pkg->damaged = !pkg->created && fstat(pkg->fd, &status) == 0 && S_ISREG(status.st_mode) &&
+                 claims_too_much(pkg, static_cast<std::uint64_t>(status.st_size));
   return true;
 }
 
