@@ -85,11 +85,13 @@ bool reserve_name_table(vex_pkg_file* pkg, std::size_t size) {
   return true;
 }
 
-// Enters a new section into a complete index, if that stays complete.
+// Enters a new section into a complete index, if that stays complete. Names mostly come in
+// ascending order, so that the place is at the end.
 void index_section(vex_pkg_file* pkg, Elf_Scn* section, const char* name) {
   NameIndex& index = pkg->index;
-  index.complete = index.complete && index.can_grow &&
-                   try_allocating([&] { index.sections.try_emplace(name, section); });
+  index.complete = index.complete && index.can_grow && try_allocating([&] {
+                     index.sections.try_emplace(index.sections.end(), name, section);
+                   });
 }
 
 // Gives a new section its name: appended to the string table and entered into the index.

@@ -160,8 +160,13 @@ Elf_Scn* get_section_by_name(vex_pkg_file* pkg, const char* name) {
   if (!pkg->index.complete) { // memory ran out
     return search_without_index(pkg, name);
   }
-  const auto found = pkg->index.sections.find(name);
-  return found != pkg->index.sections.end() ? found->second : nullptr;
+  const auto& sections = pkg->index.sections;
+  const std::string_view key = name;
+  if (sections.empty() || key > sections.rbegin()->first) { // as when names come in ascending order
+    return nullptr;
+  }
+  const auto found = sections.find(key);
+  return found != sections.end() ? found->second : nullptr;
 }
 
 Elf_Data* get_first_data(Elf_Scn* section) {
