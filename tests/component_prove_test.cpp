@@ -147,8 +147,8 @@ TEST_F(ComponentProveTest, EachFaultIsRefuted) {
 // A queue in an array, with the first word at the output at once: no fault may be found.
 const char* const QUEUE = R"(
 module queue (input clock, input resetn, input ivalid, output iready, output ovalid, input oready,
-              input [63:0] word, output [63:0] same);
-  reg [63:0] words [0:7];
+              input [7:0] word, output [7:0] same);
+  reg [7:0] words [0:7];
   reg [3:0] first, last;
   assign iready = (last - first) != 4'd8;
   assign ovalid = last != first;
@@ -161,13 +161,14 @@ module queue (input clock, input resetn, input ivalid, output iready, output ova
 endmodule
 )";
 
-// Makes a component of its own from minmax's description.
+// Makes a component of its own from popcount's description.
 void write_queue(const std::string& text) {
   std::string spec = read_file("popcount/popcount.xml");
   for (const auto& [from, to] : {std::pair("<IS_STALL_FREE value=\"yes\"/>", "<CAPACITY value=\"8\"/>"),
                                  {"<IS_FIXED_LATENCY value=\"yes\"/>", ""},
                                  {"module=\"popcount\"", "module=\"queue\""},
-                                 {"port=\"ones\" width=\"32\"", "port=\"same\" width=\"64\""},
+                                 {"port=\"word\" width=\"64\"", "port=\"word\" width=\"8\""},
+                                 {"port=\"ones\" width=\"32\"", "port=\"same\" width=\"8\""},
                                  {"popcount.v", "queue.v"}}) {
     spec = replaced(spec, from, to);
   }
@@ -177,8 +178,8 @@ void write_queue(const std::string& text) {
 
 TEST_F(ComponentProveTest, GoodComponentsAreProved) {
   write_queue(QUEUE);
-  for (const std::string spec : {"crc32c/crc32c.xml", "minmax/minmax.xml", "copy_add/copy_add.xml", "isqrt/isqrt.xml",
-                                 "dither/dither.xml", "popcount/popcount.xml", "popcount/queue.xml"}) {
+  // The examples as they are have a test of their own.
+  for (const std::string spec : {"crc32c/crc32c.xml", "copy_add/copy_add.xml", "popcount/queue.xml"}) {
     const Outcome got = prove({spec, "--depth", "6"});
     EXPECT_EQ(got.status, 0) << got.out;
     EXPECT_EQ(got.err, "");
