@@ -229,6 +229,10 @@ void NewCommand::write(const Design& design, const PortPlan& plan) {
   for (const NewFile& file : files) {
     std::printf("%s: written\n", file.path.c_str());
   }
+  if (plan.scheme == Scheme::stream || plan.scheme == Scheme::direct) {
+    std::printf("%s: CAPACITY is a guess; `bfcl component simulate` says what it is\n",
+                files.back().path.c_str());
+  }
 }
 
 } // namespace
