@@ -76,35 +76,39 @@ private:
 
 // The functions of the OpenCL loader, which need not be installed where this program is.
 struct OpenCl {
-#define BFCL_OPENCL_FUNCTIONS(DO)                                                                  \
-  DO(clGetPlatformIDs)                                                                             \
-  DO(clGetDeviceIDs)                                                                               \
-  DO(clCreateContext)                                                                              \
-  DO(clCreateCommandQueue)                                                                         \
-  DO(clCreateProgramWithSource)                                                                    \
-  DO(clBuildProgram)                                                                               \
-  DO(clGetProgramBuildInfo)                                                                        \
-  DO(clCreateKernel)                                                                               \
-  DO(clCreateBuffer)                                                                               \
-  DO(clSetKernelArg)                                                                               \
-  DO(clEnqueueNDRangeKernel)                                                                       \
-  DO(clFinish)
-#define BFCL_DECLARE(function) decltype(&::function) function = nullptr;
-  BFCL_OPENCL_FUNCTIONS(BFCL_DECLARE)
-#undef BFCL_DECLARE
+  decltype(&::clGetPlatformIDs) clGetPlatformIDs = nullptr;
+  decltype(&::clGetDeviceIDs) clGetDeviceIDs = nullptr;
+  decltype(&::clCreateContext) clCreateContext = nullptr;
+  decltype(&::clCreateCommandQueue) clCreateCommandQueue = nullptr;
+  decltype(&::clCreateProgramWithSource) clCreateProgramWithSource = nullptr;
+  decltype(&::clBuildProgram) clBuildProgram = nullptr;
+  decltype(&::clGetProgramBuildInfo) clGetProgramBuildInfo = nullptr;
+  decltype(&::clCreateKernel) clCreateKernel = nullptr;
+  decltype(&::clCreateBuffer) clCreateBuffer = nullptr;
+  decltype(&::clSetKernelArg) clSetKernelArg = nullptr;
+  decltype(&::clEnqueueNDRangeKernel) clEnqueueNDRangeKernel = nullptr;
+  decltype(&::clFinish) clFinish = nullptr;
 
   [[nodiscard]] bool load() {
     void* library = dlopen("libOpenCL.so.1", RTLD_NOW);
     if (library == nullptr) {
       return fail("the OpenCL loader libOpenCL.so.1 is not installed");
     }
-    bool good = true;
-#define BFCL_LOAD(function)                                                                        \
-  function = reinterpret_cast<decltype(function)>(dlsym(library, #function));                      \
-  good = good && function != nullptr;
-    BFCL_OPENCL_FUNCTIONS(BFCL_LOAD)
-#undef BFCL_LOAD
-#undef BFCL_OPENCL_FUNCTIONS
+    const auto find = [library](const char* name, auto& function) {
+      function =
+          reinterpret_cast<std::remove_reference_t<decltype(function)>>(dlsym(library, name));
+      return function != nullptr;
+    };
+    const bool good =
+        find("clGetPlatformIDs", clGetPlatformIDs) && find("clGetDeviceIDs", clGetDeviceIDs) &&
+        find("clCreateContext", clCreateContext) &&
+        find("clCreateCommandQueue", clCreateCommandQueue) &&
+        find("clCreateProgramWithSource", clCreateProgramWithSource) &&
+        find("clBuildProgram", clBuildProgram) &&
+        find("clGetProgramBuildInfo", clGetProgramBuildInfo) &&
+        find("clCreateKernel", clCreateKernel) && find("clCreateBuffer", clCreateBuffer) &&
+        find("clSetKernelArg", clSetKernelArg) &&
+        find("clEnqueueNDRangeKernel", clEnqueueNDRangeKernel) && find("clFinish", clFinish);
     return good || fail("libOpenCL.so.1 lacks functions of OpenCL 1.2");
   }
 };
@@ -145,7 +149,7 @@ public:
     cl_mem buffer = m_cl.clCreateBuffer(m_context, CL_MEM_READ_WRITE | CL_MEM_USE_HOST_PTR,
                                         memory.bytes(), memory.data(), &error);
     if (error == CL_SUCCESS) {
-      error = m_cl.clSetKernelArg(m_kernel, m_arguments++, sizeof buffer, &buffer);
+      error = m_cl.clSetKernelArg(m_kernel, m_arguments++, sizeof(cl_mem), &buffer);
     }
     return check("a buffer", error);
   }
@@ -184,7 +188,7 @@ private:
     m_cl.clGetProgramBuildInfo(program, m_device, CL_PROGRAM_BUILD_LOG, 0, nullptr, &size);
     std::string log(size, '\0');
     m_cl.clGetProgramBuildInfo(program, m_device, CL_PROGRAM_BUILD_LOG, size, log.data(), nullptr);
-    return log.c_str(); // up to the terminator
+    return log.substr(0, log.find('\0'));
   }
 
   static std::string first_error(const std::string& log) {

@@ -53,7 +53,7 @@ std::vector<std::size_t> select_components(const Description& description,
     }
   }
   for (const auto& [port, range] : options.simulation.ranges) {
-    if (inputs.count(port) == 0 && !selected.empty()) {
+    if (!inputs.contains(port) && !selected.empty()) {
       report.cannot_check(options.operand, "--range: there is no input " + port);
       return {};
     }

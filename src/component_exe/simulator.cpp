@@ -330,13 +330,17 @@ void Simulator::report_findings(const SimulationOutcome& outcome) {
       continue;
     }
     seen.push_back(rule);
-    const std::string call_text =
-        call && *call < m_calls.count() ? "(" + m_calls.describe(*call) + ")" : "";
-    const std::string number = call ? "call " + std::to_string(*call) + ", " : "";
-    m_report.error(rule.c_str(), place,
-                   m_component.m_function_name + call_text + ": " + text + " (" + number +
-                       "clock " + std::to_string(clock) + ", " + phase + "; --seed " +
-                       std::to_string(m_options.seed) + " repeats it)");
+    std::string message = m_component.m_function_name;
+    if (call && *call < m_calls.count()) {
+      message.append("(").append(m_calls.describe(*call)).append(")");
+    }
+    message.append(": ").append(text).append(" (");
+    if (call) {
+      message.append("call ").append(std::to_string(*call)).append(", ");
+    }
+    message.append("clock ").append(std::to_string(clock)).append(", ").append(phase);
+    message.append("; --seed ").append(std::to_string(m_options.seed)).append(" repeats it)");
+    m_report.error(rule.c_str(), place, std::move(message));
   }
   if (outcome.findings.empty()) {
     m_report.note(m_description.name, m_component.m_function_name + ": ok, " +
