@@ -45,7 +45,8 @@ const std::vector<Rule> RULES = {
     {"latency", "A result comes after another time than EXPECTED_LATENCY"},
     {"capacity", "The module holds more or fewer words than CAPACITY"},
     {"handshake", "A word is lost, invented or changes while it has to wait"},
-    {"memory", "The module breaks the protocol of a memory port, or writes what the C model does not"},
+    {"memory",
+     "The module breaks the protocol of a memory port, or writes what the C model does not"},
     {"result", "A result is not that of the C model, or depends on more than its inputs"},
 };
 

@@ -39,9 +39,7 @@ public:
   }
 
   // Whether the component asks for an access in this clock.
-  bool asked() const {
-    return (m_signals.writes ? m_signals.write : m_signals.read).number() != 0;
-  }
+  bool asked() const { return (m_signals.writes ? m_signals.write : m_signals.read).number() != 0; }
 
   // Looks at the component's outputs; true when a command or a word is accepted.
   bool look() {
