@@ -74,6 +74,17 @@ def extracting_shared(program, root):
     return folder, {"bfcl": extract, "cp": "mkdir out && cp lib out/lib"}
 
 
+def taking_apart(program, root, options):
+    """2,000 component packages of a library, against copying the same files."""
+    folder = root / "create-2000"  # made before
+    packages = sorted(path.name for path in folder.glob("p*.bfco"))
+    run([program, "create", "-o", "lib"] + packages, folder)
+    unpack = f"{Path(program).with_name('bfcl-package')} unpack {options} lib -C"
+    remove(folder / "copied")
+    run(f"{unpack} copied", folder)
+    return folder, {"bfcl": f"{unpack} out", "cp": "cp -r copied out"}
+
+
 def extracting_ir(program, root):
     """8 MiB of bitcode from a library of 16,000 packages."""
     folder = root / "create-16000"  # made before
@@ -135,6 +146,8 @@ LOADS = [
     ("package 16,000 x 1 KiB", lambda p, r: packaging(p, r, 16000, 1024)),
     ("create 2,000 x 64 KiB", lambda p, r: creating(p, r, 2000, 64 * 1024)),
     ("create 16,000 x 7 KiB", lambda p, r: creating(p, r, 16000, 2048)),
+    ("unpack 2,000 x 64 KiB", lambda p, r: taking_apart(p, r, "")),
+    ("split 2,000 x 64 KiB", lambda p, r: taking_apart(p, r, "--packages")),
     ("extract 2,000 models", lambda p, r: extracting(p, r, 1999)),
     ("list 16,000 lines", listing),
     ("extract 8 MiB of IR", extracting_ir),
