@@ -9,7 +9,7 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include "../check/opencl_c.h"
+#include "opencl_c.h"
 #include "q16.h"
 #include "words.h"
 
