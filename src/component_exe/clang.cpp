@@ -251,6 +251,10 @@ bool measure_types(const std::string& standard, const std::string& path,
     return false;
   }
   const auto values = read_probes(result.output);
+  if (values.empty()) {
+    problem = "clang does not print declarations";
+    return false;
+  }
   const auto value = [&](char question, std::size_t i) {
     const auto found = values.find(PROBE_NAME + (question + std::to_string(i)));
     return found != values.end() ? found->second : 0;
@@ -368,10 +372,8 @@ void move_unwritten(CModel& model) {
   model.errors.erase(first, model.errors.end());
 }
 
-} // namespace
-
-std::optional<CModel> read_c_model(const std::string& path, const std::string& function,
-                                   std::string& problem) {
+std::optional<CModel> read_model(const std::string& path, const std::string& function,
+                                 std::string& problem) {
   const auto [standard, result] = compile(path, function);
   if (!is_verdict(result)) {
     problem = describe_failure("clang", result);
@@ -392,11 +394,28 @@ std::optional<CModel> read_c_model(const std::string& path, const std::string& f
     }
   }
   move_unwritten(model);
-  const std::vector<ModelType*> types = types_of_definitions(model.functions, function);
-  if (model.errors.empty() && !types.empty() && !measure_types(standard, path, types, problem)) {
+  std::vector<ModelType*> types = types_of_definitions(model.functions, function);
+  ModelType number;
+  number.name = "int";
+  if (types.empty()) { // no such function, or a tool that prints nothing whatever it is asked
+    types.push_back(&number);
+  }
+  if (model.errors.empty() && !measure_types(standard, path, types, problem)) {
     return std::nullopt;
   }
   return model;
+}
+
+} // namespace
+
+std::optional<CModel> read_c_model(const std::string& path, const std::string& function,
+                                   std::string& problem) {
+  try {
+    return read_model(path, function, problem);
+  } catch (const Json::exception&) { // a value of another type than clang's dumps have there
+    problem = "clang printed something else than an AST";
+    return std::nullopt;
+  }
 }
 
 } // namespace bfcl::component

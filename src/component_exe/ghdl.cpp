@@ -439,6 +439,10 @@ std::optional<Design> VhdlElaboration::run() {
     report_rest(messages);
     return std::nullopt;
   }
+  if (result.output.find("module ") == std::string::npos) {
+    m_report.cannot_check(m_request.subject(), "ghdl's output cannot be read");
+    return std::nullopt;
+  }
   return read_design(result);
 }
 

@@ -159,7 +159,8 @@ std::string problem_of(const ToolResult& result, const std::vector<VerilatorMess
     return describe_failure("verilator", result);
   }
   for (const VerilatorMessage& message : messages) {
-    const bool is_internal = message.text.rfind("Internal Error", 0) == 0;
+    const bool is_internal = message.text.rfind("Internal Error", 0) == 0 ||
+                             message.text.rfind("Invalid option", 0) == 0; // not what it says it is
     if (is_internal) {
       return "verilator failed by itself: " + message.text;
     }
