@@ -76,7 +76,13 @@ void check_component(Task& task, DesignCache& designs, unsigned jobs) {
           check_model(description, task.component, models);
         }
       });
-  task.design = designs.elaborate_once(description.request_for(task.component), task.report);
+  const ElaborationRequest request = description.request_for(task.component);
+  std::error_code error;
+  if (std::any_of(request.files.begin(), request.files.end(), [&error](const std::string& file) {
+        return std::filesystem::is_regular_file(file, error);
+      })) {
+    task.design = designs.elaborate_once(request, task.report);
+  }
   if (task.design) {
     check_interface(description, task.component, *task.design, task.report);
   }
@@ -105,24 +111,6 @@ void run_tasks(std::vector<Task>& tasks, unsigned jobs) {
     threads.emplace_back(work);
   }
   work();
-}
-
-// What the specification library says ("Error in 'FILE', line N" and lines of text) as findings.
-void report_diagnostics(const std::string& operand, const std::vector<std::string>& texts,
-                        Report& report) {
-  for (std::string text : texts) {
-    unsigned line = 0;
-    const std::size_t head = text.find('\n');
-    const std::size_t number = text.rfind(", line ", head);
-    if (number != std::string::npos) {
-      std::sscanf(text.c_str() + number, ", line %u", &line);
-    }
-    const bool is_warning = text.rfind("Warning", 0) == 0;
-    text.erase(0, head + 1 == text.size() ? 0 : head + 1);
-    text.erase(text.find_last_not_of('\n') + 1);
-    is_warning ? report.warning("description", {operand, line}, text)
-               : report.error("description", {operand, line}, text);
-  }
 }
 
 // Loads the operands, in their order. False when a description has errors.

@@ -126,10 +126,13 @@ void print_diagnostics(const char* heading, const std::vector<std::string>& text
   }
 }
 
-// The library prints a line of its own about a file that is not XML.
-bool is_xml(const std::string& path) {
+// 0 for a file that is XML, about any other of which the library prints a line of its own; else the
+// line of the error, or 1.
+int line_of_xml_error(const std::string& path) {
   tinyxml2::XMLDocument document;
-  return document.LoadFile(path.c_str()) == tinyxml2::XML_SUCCESS;
+  return document.LoadFile(path.c_str()) == tinyxml2::XML_SUCCESS
+             ? 0
+             : std::max(document.ErrorLineNum(), 1);
 }
 
 } // namespace
@@ -180,8 +183,10 @@ bool load_description(const std::string& path, Description& description,
   description.folder = slash == std::string::npos ? "" : path.substr(0, slash);
   description.name =
       container.empty() ? tidy_path(path) : description.file_name(path.substr(slash + 1));
-  if (diagnostics != nullptr && !is_xml(path)) {
-    diagnostics->emplace_back("the file is not well-formed XML");
+  const int error_line = line_of_xml_error(path);
+  if (diagnostics != nullptr && error_line != 0) {
+    diagnostics->push_back("Error in '" + path + "', line " + std::to_string(error_line) +
+                           "\nthe file is not well-formed XML\n");
     return false;
   }
   vex::efi::EFISpecXmlLoader loader(false, true);
@@ -194,13 +199,30 @@ bool load_description(const std::string& path, Description& description,
   } else {
     print_diagnostics(is_good ? "" : "Errors in HDL component specification file:", texts);
   }
-  if (!is_good && is_xml(path)) {
+  if (!is_good && error_line == 0) {
     description.spec.reset(vex::efi::EFISpecXmlLoader(false, false).load_file(path.c_str()));
   }
   if (description.spec != nullptr) {
     description.lines = element_lines(path.c_str());
   }
   return is_good;
+}
+
+void report_diagnostics(const std::string& operand, const std::vector<std::string>& texts,
+                        Report& report) {
+  for (std::string text : texts) {
+    unsigned line = 0;
+    const std::size_t head = text.find('\n');
+    const std::size_t number = text.rfind(", line ", head);
+    if (number != std::string::npos) {
+      std::sscanf(text.c_str() + number, ", line %u", &line);
+    }
+    const bool is_warning = text.rfind("Warning", 0) == 0;
+    text.erase(0, head + 1 == text.size() ? 0 : head + 1);
+    text.erase(text.find_last_not_of('\n') + 1);
+    is_warning ? report.warning("description", {operand, line}, text)
+               : report.error("description", {operand, line}, text);
+  }
 }
 
 } // namespace bfcl::component

@@ -66,4 +66,9 @@ struct Description {
                                     const std::string& container = "",
                                     std::vector<std::string>* diagnostics = nullptr);
 
+// Adds such diagnostics ("Error in 'FILE', line N" and lines of text) to a report, as findings of
+// the rule "description" in `operand`.
+void report_diagnostics(const std::string& operand, const std::vector<std::string>& texts,
+                        Report& report);
+
 } // namespace bfcl::component

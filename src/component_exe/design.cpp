@@ -56,8 +56,8 @@ std::optional<Design> elaborate(const ElaborationRequest& request, Report& repor
       (!has(FileKind::verilog) || is_in_other_language(request, FileKind::vhdl, request.top));
   auto design = is_vhdl ? elaborate_vhdl(request, report) : elaborate_verilog(request, report);
   if (!design && report.status() == STATUS_OK) { // a tool that fails without a word
-    report.cannot_check(request.subject(), std::string(is_vhdl ? "ghdl" : "verilator") +
-                                               " failed without a message");
+    report.cannot_check(request.subject(),
+                        std::string(is_vhdl ? "ghdl" : "verilator") + " failed without a message");
   }
   return design;
 }

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <filesystem>
 #include <memory>
 #include <thread>
 
@@ -275,12 +276,7 @@ void prove_component(const Description& description, std::size_t component, unsi
   }
 }
 
-int prove(const ProveOptions& options) {
-  Report report;
-  Description description;
-  if (!load_description(options.file, description)) {
-    return STATUS_ERROR;
-  }
+void prove_functions(const Description& description, const ProveOptions& options, Report& report) {
   bool found = false;
   for (std::size_t i = 0; i < description.lines.size() && interrupt_signal() == 0; ++i) {
     const std::string& name = description.spec->efi_elems()[i]->m_function_name;
@@ -292,8 +288,24 @@ int prove(const ProveOptions& options) {
   if (!found) {
     report.cannot_check(description.name, "has no function " + options.function);
   }
+}
+
+int prove(const ProveOptions& options) {
+  Report report;
+  Description description;
+  std::vector<std::string> texts;
+  bool is_good = true;
+  std::error_code error;
+  if (!std::filesystem::is_regular_file(options.file, error)) {
+    report.cannot_check(options.file, "does not exist or is not a regular file");
+  } else if (is_good =
+                 load_description(options.file, description, "", options.json ? &texts : nullptr);
+             is_good) {
+    prove_functions(description, options, report);
+  }
+  report_diagnostics(options.file, texts, report);
   options.json ? report.print_sarif("prove") : report.print();
-  return report.status();
+  return is_good ? report.status() : STATUS_ERROR;
 }
 
 } // namespace

@@ -72,19 +72,22 @@ int simulate(const SimulateOptions& options) {
   RuntimeObjects objects;
   std::error_code error;
   Description description;
+  std::vector<std::string> texts;
+  bool is_good = true;
   if (!std::filesystem::is_regular_file(options.operand, error)) {
     report.cannot_check(options.operand, "does not exist or is not a regular file");
-  } else if (!load_description(options.operand, description)) {
-    return STATUS_ERROR;
-  } else {
+  } else if (is_good = load_description(options.operand, description, "",
+                                        options.json ? &texts : nullptr);
+             is_good) {
     for (const std::size_t i : select_components(description, options, report)) {
       if (interrupt_signal() == 0) {
         simulate_component(description, i, options.simulation, objects, report);
       }
     }
   }
+  report_diagnostics(options.operand, texts, report);
   options.json ? report.print_sarif("simulate") : report.print();
-  return report.status();
+  return is_good ? report.status() : STATUS_ERROR;
 }
 
 } // namespace
