@@ -111,7 +111,7 @@ unsigned vex_pkg_read_section_transient(vex_pkg_file* pkg, const char* name, voi
 unsigned vex_pkg_read_section(vex_pkg_file* pkg, const char* name, char* buffer,
                               std::size_t buffer_size);
 
-// Writes the section's bytes into a file, which is overwritten if it exists.
+// Writes the section's bytes into a file, which is replaced if it exists; it is whole or unchanged.
 unsigned vex_pkg_read_section_into_file(vex_pkg_file* pkg, const char* name, const char* path);
 
 // Replaces a section's contents; its header stays as it is.

@@ -164,6 +164,9 @@ TEST_F(Pkg, SectionsRoundTrip) {
   EXPECT_EQ(std::string("b\0c", 3), read_file("target"));
   EXPECT_EQ(1U, vex_pkg_read_section_into_file(pkg.get(), "a", "target"));
   EXPECT_EQ("", read_file("target"));
+  std::filesystem::create_hard_link("target", "other"); // written over, not replaced
+  EXPECT_EQ(1U, vex_pkg_read_section_into_file(pkg.get(), "bc", "target"));
+  EXPECT_EQ(std::string("b\0c", 3), read_file("other"));
   // A package in a package opens from memory.
   std::string inner = read_section(pkg.get(), "d");
   const vex_pkg_ptr nested(vex_pkg_open_file_from_memory(inner.data(), inner.size(), 0x100));

@@ -192,7 +192,11 @@ protected:
   // The output is the old one, the new one, or nothing that a reader takes for a package. What a
   // failed packaging leaves is a package that lacks the last section.
   bool is_whole(const Outcome& run, const Files& left) {
+    const auto image = left.find("./out/lib.bfclib."s + IR_TYPE + ".bc");
     const auto made = left.find("./made");
+    if (image != left.end() && image->second != "" && image->second != m_results[image->first]) {
+      return false;
+    }
     return made == left.end() || made->second == read_file("old") || made->second == m_results["./made"] ||
            section_names_of("made").empty() ||
            (run.status == 1 && GetParam().words[0] == "-c" && ::run({"readelf", "-SW", "made"}).err == "" &&

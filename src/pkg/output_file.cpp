@@ -3,6 +3,7 @@
 
 #include "helpers.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -129,8 +130,9 @@ bool OutputFile::overwrite(int fd) const {
     return false;
   }
   const auto size = static_cast<std::size_t>(status.st_size);
-  return ftruncate(m_output.get(), 0) == 0 && copy_bytes(fd, m_output.get(), HEADER_SIZE, size) &&
-         fsync(m_output.get()) == 0 && copy_bytes(fd, m_output.get(), 0, HEADER_SIZE) &&
+  const std::size_t header = std::min(size, HEADER_SIZE);
+  return ftruncate(m_output.get(), 0) == 0 && copy_bytes(fd, m_output.get(), header, size) &&
+         fsync(m_output.get()) == 0 && copy_bytes(fd, m_output.get(), 0, header) &&
          fsync(m_output.get()) == 0;
 }
 

@@ -1,11 +1,16 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "helpers.h"
+#include "malloc_ptr.h"
+#include "output_file.h"
+#include "unique_fd.h"
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include <fcntl.h>
+#include <unistd.h>
 
 using namespace vex::pkg;
 
@@ -63,22 +68,64 @@ Elf_Data* find_data_to_write_out(vex_pkg_file* pkg, const char* name) {
   return data;
 }
 
-struct file_closer {
-  void operator()(std::FILE* file) const { static_cast<void>(std::fclose(file)); }
+// A file that receives a section: whole, or the file that was there before, or none.
+class SectionFile {
+public:
+  explicit SectionFile(const char* path) : m_path(path) {}
+  ~SectionFile();
+  SectionFile(const SectionFile&) = delete;
+  SectionFile& operator=(const SectionFile&) = delete;
+
+  // As fopen does, but without waiting for the reader of a FIFO. False with errno set.
+  [[nodiscard]] bool open();
+
+  // How many of the bytes the system took.
+  [[nodiscard]] std::size_t write(const void* bytes, std::size_t size);
+
+  // False with errno set.
+  [[nodiscard]] bool commit();
+  [[nodiscard]] bool close() { return ::close(m_fd.release()) == 0; }
+
+private:
+  const char* m_path;
+  malloc_ptr<char> m_target; // without symbolic links
+  OutputFile m_output;
+  unique_fd m_fd;
+  bool m_new = false; // made by this operation, and not complete
 };
 
-// As fopen does, but without waiting for the reader of a FIFO. Null with errno set.
-std::FILE* open_for_writing(const char* path) {
-  constexpr int flags = O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY;
-  unique_fd fd(open(path, flags | O_NONBLOCK, 0666));
-  if (!fd || fcntl(fd.get(), F_SETFL, flags) != 0) {
-    return nullptr;
+SectionFile::~SectionFile() {
+  if (m_new) {
+    static_cast<void>(unlink(m_target != nullptr ? m_target.get() : m_path));
   }
-  std::FILE* file = fdopen(fd.get(), "wb");
-  if (file != nullptr) {
-    static_cast<void>(fd.release());
+}
+
+bool SectionFile::open() {
+  constexpr int flags = O_WRONLY | O_CLOEXEC | O_NOCTTY;
+  m_fd = unique_fd(::open(m_path, flags | O_NONBLOCK));
+  if (!m_fd && errno == ENOENT) {
+    m_fd = unique_fd(::open(m_path, flags | O_NONBLOCK | O_CREAT, 0666));
+    m_new = static_cast<bool>(m_fd);
   }
-  return file;
+  if (!m_fd || fcntl(m_fd.get(), F_SETFL, flags) != 0) {
+    return false;
+  }
+  m_target.reset(realpath(m_path, nullptr));
+  return m_output.begin(m_fd.get(), m_target.get(), false);
+}
+
+std::size_t SectionFile::write(const void* bytes, std::size_t size) {
+  return move_all(size, [&](std::size_t done, std::size_t left) {
+    return ::write(m_fd.get(), static_cast<const char*>(bytes) + done, left);
+  });
+}
+
+bool SectionFile::commit() {
+  if (!m_output.commit(m_fd.get())) {
+    return false;
+  }
+  m_new = false;
+  return true;
 }
 
 } // namespace
@@ -140,17 +187,19 @@ unsigned vex_pkg_read_section_into_file(vex_pkg_file* pkg, const char* name, con
   if (data == nullptr) {
     return 0;
   }
-  std::unique_ptr<std::FILE, file_closer> file(open_for_writing(path));
-  if (file == nullptr) {
+  const auto report_open_error = [pkg] {
     report(pkg->show_errors, "Couldn't open file for writing: %s\n", std::strerror(errno));
     return 0;
+  };
+  SectionFile file(path);
+  if (!file.open()) {
+    return report_open_error();
   }
-  // Unbuffered, so that the count is that of the bytes which the system took.
-  std::setvbuf(file.get(), nullptr, _IONBF, 0);
-  const std::size_t written =
-      data->d_size > 0 ? std::fwrite(data->d_buf, 1, data->d_size, file.get()) : 0;
-  const bool closed = std::fclose(file.release()) == 0;
-  if (written < data->d_size || !closed) {
+  const std::size_t written = file.write(data->d_buf, data->d_size);
+  if (written == data->d_size && !file.commit()) {
+    return report_open_error();
+  }
+  if (!file.close() || written < data->d_size) {
     report(pkg->show_errors, "Wrote only %zu out of %zu bytes into %s for writing", written,
            data->d_size, path);
     return 0;
