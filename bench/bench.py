@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: BSD-3-Clause
-"""Measures our programs and the alternatives on the same bytes. Prints a table of medians and
-ratios (to copying, or to the first tool where nothing is copied) and writes results.csv."""
+"""Measures our programs and the alternatives on the same bytes. Prints a row of our
+medians for each load, with the ratios of all tools to copying (or to our program where nothing is
+copied), and writes all medians to results.csv."""
 
 import argparse
 import csv
@@ -171,23 +172,23 @@ def main():
     remove(root)
     root.mkdir(parents=True)
     rows = []
-    print("| Load | Tool | Wall, s | Ratio | CPU, s | Memory, MiB | Output, MiB |")
-    print("|---|---|---|---|---|---|---|")
+    print("| Load | Wall, s | CPU, s | Memory, MiB | Ratio | Ratios of others |")
+    print("|---|---|---|---|---|---|")
     for load, make in LOADS:
         if options.only not in load:
             continue
         folder, commands = make(program, root)
         results = alternate(commands, folder, "out", options.runs)
         yardstick = next(iter(results.values()))[0] if "cp" not in results else results["cp"][0]
+        ratios = {tool: sample.wall / yardstick.wall for tool, (sample, _) in results.items()}
         for tool, (sample, size) in results.items():
-            ratio = sample.wall / yardstick.wall
-            note = "" if sample.status == 0 or tool == "grep -F" else f" (status {sample.status})"
-            print(
-                f"| {load} | {tool}{note} | {sample.wall:.4f} | {ratio:.2f} | {sample.cpu:.4f} "
-                f"| {sample.memory / 1024:.1f} | {size / MIB:.1f} |",
-                flush=True,
-            )
-            rows.append([load, tool, sample.wall, ratio, sample.cpu, sample.memory, size, sample.status])
+            rows.append([load, tool, sample.wall, ratios[tool], sample.cpu, sample.memory, size, sample.status])
+        (name, (ours, _)), *others = results.items()
+        print(
+            f"| {load} | {ours.wall:.4f} | {ours.cpu:.4f} | {ours.memory / 1024:.1f} | {ratios[name]:.2f} | "
+            + ", ".join(f"{tool} {ratios[tool]:.2f}" for tool, _ in others) + " |",
+            flush=True,
+        )
     with open(options.folder / "results.csv", "w", newline="", encoding="ascii") as file:
         writer = csv.writer(file)
         writer.writerow(["load", "tool", "wall_s", "ratio", "cpu_s", "memory_kib", "output_bytes", "status"])
