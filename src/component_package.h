@@ -28,7 +28,7 @@ inline constexpr std::string_view COMPONENT_PREFIX = ".vex.comp.";
 inline constexpr std::string_view CLANG_IR_PREFIX = ".vex.clang_ir.";
 inline constexpr const char* VERSION_SECTION = ".vex.version";
 
-// Kinds of functions in tables, and what stands for the section of an OpenCL function.
+// Kinds of functions in tables, and the text in place of the section of an OpenCL function.
 inline constexpr std::string_view HDL_KIND = "HDL";
 inline constexpr std::string_view LLVM_IR_KIND = "LLVM_IR";
 inline constexpr std::string_view CLANG_IR_PLACEHOLDER = "<clang_ir>";

@@ -49,7 +49,7 @@ std::string with_prefix(const std::string& prefix, const std::string& text) {
   return result;
 }
 
-// The text with each line in a branch of a tree that goes on below it, or is its last one.
+// The text with each line in a branch of a tree that continues below it, or is its last one.
 std::string indented(const std::string& text, bool last) {
   std::string result;
   std::istringstream lines(text);

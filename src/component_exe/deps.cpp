@@ -92,7 +92,7 @@ std::string format_rule(const Rule& rule) {
   return text + "\n";
 }
 
-// A rule without a command for each dependency: when the file is deleted, make goes on and the
+// A rule without a command for each dependency: when the file is deleted, make continues and the
 // program reports what is missing.
 std::string format_rules(const std::vector<Rule>& rules) {
   std::string text;

@@ -376,7 +376,7 @@ void VhdlElaboration::drop_parameter(std::size_t index, const std::string& why) 
   m_parameter_places.erase(m_parameter_places.begin() + static_cast<std::ptrdiff_t>(index));
 }
 
-// Reports the parameters that the run refused, unknown ones among them although it goes on then.
+// Reports the parameters that the run refused, and unknown ones, after which it continues.
 // True when the synthesis is to be repeated without one.
 bool VhdlElaboration::check_parameters(const ToolResult& result) {
   for (const GhdlMessage& message : parse_messages(result.errors)) {
@@ -407,7 +407,7 @@ bool VhdlElaboration::check_parameters(const ToolResult& result) {
   return false;
 }
 
-// Reports that no file has the top entity and goes on with the one that is probably meant.
+// Reports that no file has the top entity and continues with the one that is probably meant.
 bool VhdlElaboration::replace_missing_top() {
   const std::vector<std::string> units = unit_names();
   if (m_top != m_request.top ||

@@ -134,7 +134,7 @@ ToolResult::End collect(Pipe& output, Pipe& errors, Clock::time_point deadline,
   return ToolResult::End::exited;
 }
 
-// A tool that closed its streams and goes on is waited for until the deadline too.
+// A tool that closed its streams and still runs is waited for until the deadline too.
 bool reap(pid_t pid, Clock::time_point deadline, int* status) {
   constexpr timespec pause = {0, 2000000};
   pid_t ended = 0;

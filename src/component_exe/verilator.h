@@ -9,7 +9,7 @@ namespace bfcl::component {
 
 // Elaborates Verilog and SystemVerilog with verilator, as `elaborate` says. When a run stops at a
 // fault that can be mended for the time being (a file that is missing, an order, a parameter), the
-// fault is reported and the next run goes on behind it, so that all are found at once.
+// fault is reported and the next run continues after it, so that all are found at once.
 [[nodiscard]] std::optional<Design> elaborate_verilog(const ElaborationRequest& request,
                                                       Report& report);
 

@@ -34,7 +34,7 @@ private:
     m_text.declare(free, 1);
     return free;
   }
-  // Words in a reset are no words, which a module without a reset has to be told.
+  // Words in a reset do not count; a module without a reset must not see them.
   std::string guarded(const std::string& valid) {
     m_uses_resetn = true;
     return m_has_reset ? valid : m_text.both(valid, "resetn");

@@ -13,7 +13,7 @@ using namespace vex::efi;
 
 namespace {
 
-// A folder that stands for each "." of the directory prefix. The packaging command counts "." in
+// A folder that replaces each "." of the directory prefix. The packaging command counts "." in
 // the path of a specification as a folder, so names may climb one level more than there are
 // folders.
 constexpr const char* STAND_IN_FOLDER = "unpacked";

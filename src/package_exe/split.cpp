@@ -18,7 +18,7 @@ constexpr const char* DEFAULT_NAME = "no_lib_name";
 constexpr const char* DEFAULT_VENDOR = "no_vendor";
 
 // One name for each package. "create" sorts its operands: where the names of the functions are not
-// in the order of the library, a number of equal length goes in front of each.
+// in the order of the library, a number of equal length precedes each.
 std::vector<std::string> name_packages(const std::vector<ComponentPackage>& components) {
   std::vector<std::string> names(components.size());
   std::transform(

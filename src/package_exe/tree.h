@@ -25,7 +25,7 @@ struct TreeStyle {
 // UTF-8 locale.
 TreeStyle find_style_of_stdout();
 
-// The tree as lines of at most `width` characters. A longer text goes on in the next line, at a
+// The tree as lines of at most `width` characters. A longer text continues in the next line, at a
 // blank if there is one.
 std::string print_tree(const TreeNode& root, const TreeStyle& style);
 

@@ -41,7 +41,7 @@ void split_contents(vex_pkg_file* pkg) {
 }
 
 // Asks for all of a new file's space at once, which takes the system less time than block by block.
-// Not every file system can; what goes wrong is left to writing.
+// Not every file system can; an error is left to writing.
 void reserve_space(vex_pkg_file* pkg) {
   const off_t size = elf_update(pkg->elf, ELF_C_NULL);
   if (size > 0) {

@@ -255,7 +255,7 @@ Elf_Data* find_data_to_update(vex_pkg_file* pkg, const char* name) {
 // Takes the old contents out of what the handle keeps count of.
 void forget_contents(vex_pkg_file* pkg, const Elf_Data* data) {
   if (data == pkg->names.data) {
-    pkg->index.complete = false; // other names may stand there from now on
+    pkg->index.complete = false; // other names may be there from now on
     return;
   }
   pkg->contents.size -= padded_size(data->d_size);

@@ -86,7 +86,7 @@ bool add_text_section(vex_pkg_file* pkg, const char* name, const std::string& te
   return vex_pkg_add_data_section(pkg, name, text.data(), text.size()) != 0;
 }
 
-// What goes into a package, gathered from the components of a specification. Its texts must live
+// The contents of a package, collected from the components of a specification. Its texts must live
 // until the package is closed.
 struct PackageContents {
   explicit PackageContents(const efi_spec_handle* spec);
