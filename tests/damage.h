@@ -31,8 +31,7 @@ inline std::vector<Damage> damages_of(const std::string& file, std::size_t step 
     damages.push_back({"cut" + at, i, ""});
     damages.push_back({"0x00" + at, i, std::string(1, '\0')});
     damages.push_back({"0xff" + at, i, "\xff"});
-    damages.push_back(
-        {"flipped" + at, i, std::string(1, static_cast<char>(file[i] ^ (1 << i % 8)))});
+    damages.push_back({"flipped" + at, i, std::string(1, static_cast<char>(file[i] ^ (1 << i % 8)))});
   }
   const auto word = [](std::size_t value, std::size_t width) {
     std::string bytes(sizeof value, '\0');
@@ -40,9 +39,8 @@ inline std::vector<Damage> damages_of(const std::string& file, std::size_t step 
     return bytes.substr(0, width);
   };
   const auto field = [&](const std::string& name, std::size_t offset, std::size_t width) {
-    for (const std::size_t value :
-         std::initializer_list<std::size_t>{0, 1, 2, 3, 8, 0x800, 0xfff0, 0xffff, 0x7fffffff,
-                                            0x80000000, 0xffffffff, file.size()}) {
+    for (const std::size_t value : std::initializer_list<std::size_t>{0, 1, 2, 3, 8, 0x800, 0xfff0, 0xffff, 0x7fffffff,
+                                                                      0x80000000, 0xffffffff, file.size()}) {
       damages.push_back({name + " " + std::to_string(value), offset, word(value, width)});
     }
   };

@@ -41,10 +41,10 @@ static int watched_main(int argc, char** argv, char** environment) {
 }
 
 /* What a sanitizer or a profiler does after the program's own end is left alone. */
-int __libc_start_main(main_function* main, int argc, char** argv, void (*init)(void),
-                      void (*fini)(void), void (*end)(void), void* stack);
-int __libc_start_main(main_function* main, int argc, char** argv, void (*init)(void),
-                      void (*fini)(void), void (*end)(void), void* stack) {
+int __libc_start_main(main_function* main, int argc, char** argv, void (*init)(void), void (*fini)(void),
+                      void (*end)(void), void* stack);
+int __libc_start_main(main_function* main, int argc, char** argv, void (*init)(void), void (*fini)(void),
+                      void (*end)(void), void* stack) {
   int (*next)(main_function*, int, char**, void (*)(void), void (*)(void), void (*)(void), void*);
   *(void**)&next = dlsym((void*)-1L /* RTLD_NEXT */, "__libc_start_main");
   program = main;
@@ -65,22 +65,22 @@ static int is_broken(const char* name) {
 
 /* In the place of the headers that declare these functions, types of the same size. A broken call
  * does `first` all the same, as closing does, and returns `result`. */
-#define WRAP(type, name, params, args, first, result)                                              \
-  type name params;                                                                                \
-  type name params {                                                                               \
-    static type(*next) params;                                                                     \
-    if (next == NULL) {                                                                            \
-      *(void**)&next = dlsym((void*)-1L /* RTLD_NEXT */, #name);                                   \
-    }                                                                                              \
-    if (!is_broken(#name)) {                                                                       \
-      return next args;                                                                            \
-    }                                                                                              \
-    first;                                                                                         \
-    if (is_action("kill")) {                                                                       \
-      syscall(SYS_kill, syscall(SYS_getpid), SIGKILL);                                             \
-    }                                                                                              \
-    errno = EIO;                                                                                   \
-    return result;                                                                                 \
+#define WRAP(type, name, params, args, first, result)                                                                  \
+  type name params;                                                                                                    \
+  type name params {                                                                                                   \
+    static type(*next) params;                                                                                         \
+    if (next == NULL) {                                                                                                \
+      *(void**)&next = dlsym((void*)-1L /* RTLD_NEXT */, #name);                                                       \
+    }                                                                                                                  \
+    if (!is_broken(#name)) {                                                                                           \
+      return next args;                                                                                                \
+    }                                                                                                                  \
+    first;                                                                                                             \
+    if (is_action("kill")) {                                                                                           \
+      syscall(SYS_kill, syscall(SYS_getpid), SIGKILL);                                                                 \
+    }                                                                                                                  \
+    errno = EIO;                                                                                                       \
+    return result;                                                                                                     \
   }
 #define NOTHING (void)0
 #define ERROR_OR_END (is_action("end") ? 0 : -1)
@@ -89,12 +89,10 @@ static int is_broken(const char* name) {
 WRAP(int, open, (const char* path, int flags, unsigned mode), (path, flags, mode), NOTHING, -1)
 WRAP(int, close, (int fd), (fd), next(fd), -1)
 WRAP(long, read, (int fd, void* to, size_t size), (fd, to, size), NOTHING, ERROR_OR_END)
-WRAP(long, pread, (int fd, void* to, size_t size, long at), (fd, to, size, at), NOTHING,
-     ERROR_OR_END)
-WRAP(long, pwrite, (int fd, const void* from, size_t size, long at), (fd, from, size, at),
-     next(fd, from, size / 2, at), -1)
-WRAP(long, write, (int fd, const void* from, size_t size), (fd, from, size),
-     next(fd, from, size / 2), -1)
+WRAP(long, pread, (int fd, void* to, size_t size, long at), (fd, to, size, at), NOTHING, ERROR_OR_END)
+WRAP(long, pwrite, (int fd, const void* from, size_t size, long at), (fd, from, size, at), next(fd, from, size / 2, at),
+     -1)
+WRAP(long, write, (int fd, const void* from, size_t size), (fd, from, size), next(fd, from, size / 2), -1)
 WRAP(int, fcntl, (int fd, int command, long argument), (fd, command, argument), NOTHING, -1)
 WRAP(int, memfd_create, (const char* name, unsigned flags), (name, flags), NOTHING, -1)
 WRAP(int, fsync, (int fd), (fd), NOTHING, -1)
@@ -116,25 +114,24 @@ WRAP(void*, fopen, (const char* path, const char* mode), (path, mode), NOTHING, 
 WRAP(void*, fdopen, (int fd, const char* mode), (fd, mode), NOTHING, NULL)
 WRAP(void*, popen, (const char* command, const char* mode), (command, mode), NOTHING, NULL)
 WRAP(int, system, (const char* command), (command), NOTHING, -1)
-WRAP(size_t, fread, (void* to, size_t size, size_t n, void* file), (to, size, n, file), MARK_ERROR,
-     0)
+WRAP(size_t, fread, (void* to, size_t size, size_t n, void* file), (to, size, n, file), MARK_ERROR, 0)
 WRAP(char*, fgets, (char* to, int size, void* file), (to, size, file), MARK_ERROR, NULL)
-WRAP(size_t, fwrite, (const void* from, size_t size, size_t n, void* file), (from, size, n, file),
-     MARK_ERROR, next(from, size, n / 2, file))
+WRAP(size_t, fwrite, (const void* from, size_t size, size_t n, void* file), (from, size, n, file), MARK_ERROR,
+     next(from, size, n / 2, file))
 WRAP(int, fclose, (void* file), (file), next(file), -1)
 WRAP(int, pclose, (void* file), (file), next(file), -1)
 WRAP(int, fflush, (void* file), (file), MARK_ERROR, -1)
 
 /* The allocation that the program would call, which may be a sanitizer's. Those of C count as
  * malloc, those of C++ as new. */
-#define WRAP_ALLOCATION(call_name, name, params, args, broken)                                     \
-  void* name params;                                                                               \
-  void* name params {                                                                              \
-    static void*(*next)params;                                                                     \
-    if (next == NULL) {                                                                            \
-      *(void**)&next = dlsym((void*)-1L /* RTLD_NEXT */, #name);                                   \
-    }                                                                                              \
-    return is_broken(call_name) ? broken : next args;                                              \
+#define WRAP_ALLOCATION(call_name, name, params, args, broken)                                                         \
+  void* name params;                                                                                                   \
+  void* name params {                                                                                                  \
+    static void*(*next)params;                                                                                         \
+    if (next == NULL) {                                                                                                \
+      *(void**)&next = dlsym((void*)-1L /* RTLD_NEXT */, #name);                                                       \
+    }                                                                                                                  \
+    return is_broken(call_name) ? broken : next args;                                                                  \
   }
 
 static void* throw_bad_alloc(void) {

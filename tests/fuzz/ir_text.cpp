@@ -36,8 +36,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   std::vector<std::string> functions;
   extract_function_and_kernel_lists(stream, kernels, functions);
   static_cast<void>(std::fclose(stream));
-  if (kernels.size() > functions.size() ||
-      std::count(functions.begin(), functions.end(), "") != 0) {
+  if (kernels.size() > functions.size() || std::count(functions.begin(), functions.end(), "") != 0) {
     __builtin_trap();
   }
   return 0;

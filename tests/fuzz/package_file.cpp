@@ -50,8 +50,7 @@ void change(const char* path, unsigned choice) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const int file = memfd_create("package", MFD_CLOEXEC);
   static const std::string path = "/proc/self/fd/" + std::to_string(file);
-  if (size == 0 || ftruncate(file, 0) != 0 ||
-      pwrite(file, data + 1, size - 1, 0) != static_cast<ssize_t>(size - 1)) {
+  if (size == 0 || ftruncate(file, 0) != 0 || pwrite(file, data + 1, size - 1, 0) != static_cast<ssize_t>(size - 1)) {
     return 0;
   }
   vex_pkg_close_file(vex_pkg_open_file(path.c_str(), VEX_PKG_READ_ONLY));
