@@ -49,6 +49,7 @@ const Row ROWS[] = {
      "<m_axis_tdata:32 <m_axis_tvalid >m_axis_tready <m_axis_tlast",
      "stream CrIVY11OVY-"},
     {">clk_i >rst_ni >data_i:9 >valid_i <ready_o <data_o:9 <valid_o >ready_i", "stream CrIVYOVY"},
+    {">clock >resetn >ivalid <iready >a:8 <ovalid >oready <y:8", "direct CrVYIVYO"},
     {">clk >rstN >iData:8 >iValid <oReady <oData:8 <oValid >iReady", "stream CrIVYOVY"},
     {">clk >rst >a:8 >a_stb <a_ack >b:8 >b_stb <b_ack <z:8 <z_stb >z_ack", "stream CRIVYIVYOVY"},
     {">clk >reset >x_val <x_rdy >x_msg:64 <y_val >y_rdy <y_msg:32", "stream CRVYIVYO"},

@@ -32,6 +32,8 @@ constexpr Entry WORDS[] = {
     {"rstn", Word::reset, true},
     {"arstn", Word::reset, true},
     {"srstn", Word::reset, true},
+    {"resetn", Word::reset, true},
+    {"sresetn", Word::reset, true},
     {"aresetn", Word::reset, true},
     {"rstb", Word::reset, true},
     {"resetb", Word::reset, true},
