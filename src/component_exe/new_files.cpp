@@ -150,7 +150,7 @@ std::string prototype_text(const Design& design, const PortPlan& plan,
          " computes, for emulation and `bfcl component simulate`.\n" +
          opencl_type(plan.result_width) + " " + component.function + "(" + arguments + ")\n{\n" +
          notes + "  // Write here what the module computes, and return its result:\n" + results +
-         "  // All other bits are 0.\n  return 0;\n}\n";
+         "  // All other bits are 0.\n}\n";
 }
 
 } // namespace bfcl::component

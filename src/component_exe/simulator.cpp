@@ -167,7 +167,10 @@ bool Simulator::find_model() {
     for (ModelFunction& function : model->functions) {
       if (function.is_definition && function.name == m_component.m_function_name) {
         m_model = std::move(function);
-        return true;
+        if (m_model.is_empty && !m_model.result.is_void()) {
+          fail("the C model's body is empty: write what the component computes");
+        }
+        return !m_model.is_empty || m_model.result.is_void();
       }
     }
   }
