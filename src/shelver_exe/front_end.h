@@ -40,9 +40,10 @@ struct FileId {
 FileId find_file_id(const std::string& path);
 
 // An output file replaces what is there, which must not be a file that the command reads. Returns
-// false, after a message, when one of the inputs leads to the same file, or will
-// when the output is made.
-bool check_output_is_no_input(const std::string& output, const std::vector<std::string>& inputs);
+// false, after a message, when one of the inputs is the same file or, if `also_absent`, will be
+// once the output is created.
+bool check_output_is_no_input(const std::string& output, const std::vector<std::string>& inputs,
+                              bool also_absent = false);
 
 // Creates a package, or returns null after the container's message. The files that it is made from
 // must not change until it is closed.

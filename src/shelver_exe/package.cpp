@@ -240,7 +240,7 @@ int create_component_container(int argc, char** argv) {
   VEX_ASSERT(!output_file.empty());
   PackageContents contents(spec.get());
   if (!check_function_names(spec.get(), spec_path) ||
-      !check_output_is_no_input(output_file, find_input_files(spec_path, contents))) {
+      !check_output_is_no_input(output_file, find_input_files(spec_path, contents), true)) {
     return 1;
   }
   vex_pkg_ptr pkg = create_new_package(output_file);
