@@ -167,6 +167,22 @@ TEST_F(ComponentNewCommandTest, WhatIsWrittenIsCheckedAndPackaged) {
   }
 }
 
+TEST_F(ComponentNewCommandTest, AStreamIsMeasured) {
+  write_file(
+      "queue.sv",
+      "module queue(input logic clk, rst, input logic [31:0] in_data, input logic in_valid, output logic in_ready,\n"
+      "output logic [31:0] out_data, output logic out_valid, input logic out_ready);\n"
+      "logic [31:0] words[4]; logic [2:0] w, r;\nassign in_ready = 3'(w - r) != 4;\n"
+      "assign out_valid = w != r; assign out_data = words[r[1:0]];\n"
+      "always_ff @(posedge clk) if (rst) begin w <= 0; r <= 0; end else begin\n"
+      "if (in_valid && in_ready) begin words[w[1:0]] <= in_data; w <= w + 1; end\n"
+      "if (out_valid && out_ready) r <= r + 1; end\nendmodule\n");
+  const Outcome made = component({"new", "queue", "queue.sv"});
+  EXPECT_NE(made.out.find("queue.xml: EXPECTED_LATENCY and CAPACITY are measured"), std::string::npos) << made.out;
+  const std::string spec = read_file("queue.xml");
+  EXPECT_NE(spec.find("<EXPECTED_LATENCY value=\"1\"/>\n      <CAPACITY value=\"4\"/>"), std::string::npos) << spec;
+}
+
 TEST_F(ComponentNewCommandTest, NothingIsWrittenWithAQuestion) {
   write_file("leaf.v", "module leaf(input a, output y); assign y = ~a; endmodule\n");
   write_file("top.v", "module top(input clk, input a, output y); leaf l(a, y); endmodule\n");

@@ -147,6 +147,9 @@ private:
   bool prepare();
   void make_component(const Design& design);
   void write(const Design& design, const PortPlan& plan);
+  [[nodiscard]] std::optional<Measurement> measure(const Design& design, const PortPlan& plan,
+                                                   const NewComponent& component,
+                                                   const std::string& wrapper) const;
   [[nodiscard]] std::string path_of(const std::string& file) const {
     return (fs::path(m_options.folder) / file).lexically_normal().string();
   }
@@ -193,6 +196,29 @@ void NewCommand::make_component(const Design& design) {
   }
 }
 
+// The timing of a component that passes its own handshake on. The others have a known one.
+std::optional<Measurement> NewCommand::measure(const Design& design, const PortPlan& plan,
+                                               const NewComponent& component,
+                                               const std::string& wrapper) const {
+  if (design.ignores_case || (plan.scheme != Scheme::stream && plan.scheme != Scheme::direct)) {
+    return std::nullopt;
+  }
+  MeasuredModule module;
+  module.name = component.module;
+  module.parameters = component.parameters;
+  module.files = m_sources.files;
+  module.wrapper = wrapper;
+  for (std::size_t i = 0; i < module.signals.size(); ++i) {
+    module.signals[i] = signal_port(design, plan, vex::efi::VRM_SIGNAL_NAME[i]);
+  }
+  for (const PortUse& use : plan.uses) {
+    if (use.role == Role::input) {
+      module.inputs.push_back(use.component);
+    }
+  }
+  return measure_module(module);
+}
+
 void NewCommand::write(const Design& design, const PortPlan& plan) {
   const bool is_wrapped = plan.scheme != Scheme::direct;
   NewComponent component;
@@ -213,6 +239,8 @@ void NewCommand::write(const Design& design, const PortPlan& plan) {
   } else {
     component.parameters = m_parameters;
   }
+  const auto timing = measure(design, plan, component, files.empty() ? "" : files[0].text);
+  component.timing = timing.value_or(component.timing);
   files.push_back({path_of(component.model), prototype_text(design, plan, component)});
   files.push_back({path_of(design.top + ".xml"), description_text(design, plan, component)});
   std::error_code error;
@@ -229,7 +257,10 @@ void NewCommand::write(const Design& design, const PortPlan& plan) {
   for (const NewFile& file : files) {
     std::printf("%s: written\n", file.path.c_str());
   }
-  if (plan.scheme == Scheme::stream || plan.scheme == Scheme::direct) {
+  if (timing) {
+    std::printf("%s: EXPECTED_LATENCY and CAPACITY are measured, with words of zeros\n",
+                files.back().path.c_str());
+  } else if (plan.scheme == Scheme::stream || plan.scheme == Scheme::direct) {
     std::printf("%s: CAPACITY is a guess; `bfcl component simulate` says what it is\n",
                 files.back().path.c_str());
   }

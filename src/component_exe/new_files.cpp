@@ -59,9 +59,10 @@ void print_attributes(DescriptionPrinter& printer, const PortPlan& plan,
   printer.OpenElement("ATTRIBUTES");
   printer.value("IS_STALL_FREE", is_fixed ? "yes" : "no");
   printer.value("IS_FIXED_LATENCY", is_fixed ? "yes" : "no");
-  printer.value("EXPECTED_LATENCY", std::to_string(is_fixed ? plan.latency : 1));
+  printer.value("EXPECTED_LATENCY",
+                std::to_string(is_fixed ? plan.latency : component.timing.latency));
   if (!is_fixed) {
-    printer.value("CAPACITY", "1");
+    printer.value("CAPACITY", std::to_string(component.timing.capacity));
   }
   printer.value("HAS_SIDE_EFFECTS", is_fixed ? "no" : "yes");
   printer.value("ALLOW_MERGING", "no");
@@ -72,15 +73,6 @@ void print_attributes(DescriptionPrinter& printer, const PortPlan& plan,
     printer.CloseElement();
   }
   printer.CloseElement();
-}
-
-// The port of a handshake signal: a wrapper's has the signal's name.
-std::string signal_port(const Design& design, const PortPlan& plan, const std::string& signal) {
-  if (plan.scheme != Scheme::direct || signal == "clock" || signal == "resetn") {
-    return signal;
-  }
-  const Channel& channel = signal[0] == 'i' ? plan.begins[0] : plan.ends[0];
-  return design.ports[signal.substr(1) == "valid" ? *channel.valid : *channel.ready].name;
 }
 
 void print_interface(DescriptionPrinter& printer, const Design& design, const PortPlan& plan) {
@@ -105,6 +97,14 @@ std::string bit_range(unsigned offset, unsigned width) {
 }
 
 } // namespace
+
+std::string signal_port(const Design& design, const PortPlan& plan, const std::string& signal) {
+  if (plan.scheme != Scheme::direct || signal == "clock" || signal == "resetn") {
+    return signal;
+  }
+  const Channel& channel = signal[0] == 'i' ? plan.begins[0] : plan.ends[0];
+  return design.ports[signal.substr(1) == "valid" ? *channel.valid : *channel.ready].name;
+}
 
 std::string description_text(const Design& design, const PortPlan& plan,
                              const NewComponent& component) {
