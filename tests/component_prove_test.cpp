@@ -187,6 +187,19 @@ TEST_F(ComponentProveTest, GoodComponentsAreProved) {
   }
 }
 
+// Its results show before their words are taken.
+TEST_F(ComponentProveTest, ComponentWithoutARegisterIsProved) {
+  write_queue("module queue (input clock, input resetn, input ivalid, output iready, output ovalid, input oready,\n"
+              "              input [7:0] word, output [7:0] same);\n"
+              "  assign {iready, ovalid, same} = {oready, ivalid && resetn, word};\n"
+              "endmodule\n");
+  edit("popcount/queue.xml", "<CAPACITY value=\"8\"/>", "<IS_FIXED_LATENCY value=\"yes\"/><CAPACITY value=\"0\"/>");
+  edit("popcount/queue.xml", "LATENCY value=\"3\"", "LATENCY value=\"0\"");
+  const Outcome got = prove({"popcount/queue.xml"});
+  EXPECT_EQ(got.status, 0) << got.out << got.err;
+  EXPECT_NE(got.out.find("each result comes 0 clocks after its word: proved"), std::string::npos) << got.out;
+}
+
 TEST_F(ComponentProveTest, RefutationPrintsTheShortestTrace) {
   edit("popcount/popcount.xml", "LATENCY value=\"3\"", "LATENCY value=\"2\"");
   const Outcome got = prove({"popcount/popcount.xml", "--function", "popcount64"});
