@@ -487,7 +487,8 @@ std::string VhdlElaboration::netlist(const std::string& format) {
     m_report.cannot_check(m_request.subject(), describe_failure("ghdl", result));
     return "";
   }
-  return result.output;
+  // The top's names alone are spelled as its source spells them, and case does not count.
+  return format == "verilog" ? lower(result.output) : result.output;
 }
 
 Place VhdlElaboration::place_of(const std::string& file, unsigned line) const {

@@ -5,12 +5,12 @@ library ieee;
 use ieee.std_logic_1164.all;
 use ieee.numeric_std.all;
 
-entity subtract is
+entity Subtract is
   generic (WIDTH : positive := 8);
   port (
     clock, resetn, ivalid, oready : in std_logic;
     iready, ovalid : out std_logic;
-    left, right : in std_logic_vector(WIDTH - 1 downto 0);
+    Left, Right : in std_logic_vector(WIDTH - 1 downto 0);
     difference : out std_logic_vector(WIDTH - 1 downto 0));
 end entity;
 
