@@ -205,6 +205,12 @@ std::string probe_expression(const ModelType& type, bool is_vector_probe) {
                          : "sizeof(" + type.name + ") * 8";
 }
 
+std::string float_probe(const ModelType& type) {
+  return "_Generic(*(" + type.name + (type.is_pointer ? "" : "*") +
+         ")0, float: 4, float2: 4, float3: 4, float4: 4, float8: 4, float16: 4, double: 8, "
+         "double2: 8, double3: 8, double4: 8, double8: 8, double16: 8, default: 0)";
+}
+
 std::vector<ModelType*> types_of_definitions(std::vector<ModelFunction>& functions,
                                              const std::string& name) {
   std::vector<ModelType*> types;
@@ -237,7 +243,7 @@ bool measure_types(const std::string& standard, const std::string& path,
   for (std::size_t i = 0; i < types.size(); ++i) {
     probe << "enum { " << PROBE_NAME << "a" << i << " = " << probe_expression(*types[i], false)
           << " };\nenum { " << PROBE_NAME << "b" << i << " = " << probe_expression(*types[i], true)
-          << " };\n";
+          << " };\nenum { " << PROBE_NAME << "c" << i << " = " << float_probe(*types[i]) << " };\n";
   }
   probe.close();
   if (folder.path().empty() || !probe) {
@@ -264,6 +270,7 @@ bool measure_types(const std::string& standard, const std::string& path,
     type.points_to_const |= type.is_pointer && value('a', i) == 1;
     type.bits = type.is_pointer ? 64 : type.is_void() ? 0 : value('a', i);
     type.is_3_vector = !type.is_pointer && value('b', i) == 1;
+    type.float_bytes = value('c', i);
   }
   return true;
 }

@@ -19,6 +19,9 @@ struct ModelType {
   bool points_to_own_memory = false;
   unsigned bits = 0;        // as sizeof counts them; 0 for void and for types without a size
   bool is_3_vector = false; // a vector of three elements, which sizeof counts as four
+  // Of a float, a double or a vector of them, or of what a pointer points to: bytes of an element,
+  // whatever the name of the type is; 0 for any other.
+  unsigned float_bytes = 0;
   [[nodiscard]] bool is_void() const { return name == "void"; }
 };
 

@@ -62,23 +62,28 @@ constexpr TypeKind TYPE_KINDS[] = {
     {"float", ValueKind::floating, true, 4},  {"double", ValueKind::floating, true, 8},
 };
 
-// The kind of "const uint4", or null for a type of the user's own.
-const TypeKind* find_type_kind(std::string name) {
-  name.erase(0, name.find_last_of(' ') + 1);
-  name.erase(name.find_last_not_of("0123456789") + 1);
-  const auto* found = std::find_if(std::begin(TYPE_KINDS), std::end(TYPE_KINDS),
-                                   [&name](const TypeKind& kind) { return kind.name == name; });
-  return found != std::end(TYPE_KINDS) ? found : nullptr;
-}
-
 // "const __global float *restrict" -> "float".
 std::string pointee(const std::string& type) {
   const std::string name = type.substr(0, type.rfind('*'));
   return name.substr(0, name.find_last_not_of(' ') + 1);
 }
 
+// The kind of "const uint4", of a pointer to it, or of a user's own name for a floating type; null
+// for any other type of the user's own.
+const TypeKind* find_type_kind(const ModelType& type) {
+  std::string name = type.is_pointer ? pointee(type.name) : type.name;
+  name.erase(0, name.find_last_of(' ') + 1);
+  name.erase(name.find_last_not_of("0123456789") + 1);
+  const auto* found =
+      std::find_if(std::begin(TYPE_KINDS), std::end(TYPE_KINDS), [&](const TypeKind& kind) {
+        return kind.name == name ||
+               (kind.kind == ValueKind::floating && kind.bytes == type.float_bytes);
+      });
+  return found != std::end(TYPE_KINDS) ? found : nullptr;
+}
+
 void apply_type(const ModelType& type, CallInput& input) {
-  const TypeKind* kind = find_type_kind(type.is_pointer ? pointee(type.name) : type.name);
+  const TypeKind* kind = find_type_kind(type);
   if (kind != nullptr && (input.is_pointer || input.bytes % kind->bytes == 0)) {
     input.kind = kind->kind;
     input.is_signed = kind->is_signed;
@@ -261,7 +266,7 @@ bool Simulator::prepare_sources() {
 SimulationJob Simulator::simulation_job() const {
   SimulationJob job = {m_component, m_design, m_calls};
   job.capacity_given = m_description.lines[m_index].capacity != 0;
-  const TypeKind* kind = find_type_kind(m_model.result.name);
+  const TypeKind* kind = find_type_kind(m_model.result);
   if (kind != nullptr && kind->kind == ValueKind::floating &&
       m_component.m_output_width / 8 % kind->bytes == 0) {
     job.float_bytes = kind->bytes;

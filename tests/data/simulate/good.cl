@@ -4,7 +4,9 @@ ulong4 lanes(const ulong4 left, ulong4 right)
   return left + right;
 }
 
-float2 halve(float2 pair)
+typedef float2 two_floats;
+
+two_floats halve(two_floats pair)
 {
   return pair * -0.5f;
 }
