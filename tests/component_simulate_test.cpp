@@ -143,10 +143,12 @@ constexpr Fault FAULTS[] = {
     {"stream", "swap", "result"},
     {"stream", "sign", "result"},
     {"stream", "hang", "handshake"},
+    {"stream", "waits for oready", "handshake latency"},
     {"burst", "byte lanes", "memory"},
     {"burst", "short write burst", "memory"},
     {"burst", "address changes", "memory"},
     {"burst", "ignores readdatavalid", "result"},
+    {"burst", "waits for waitrequest", "handshake"},
     {"burst", "reads after reset", "memory reset"},
 };
 

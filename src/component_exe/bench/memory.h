@@ -32,7 +32,10 @@ public:
   void drive() {
     const bool fast = m_run.phase.memory == Speed::fast ||
                       (m_run.phase.memory == Speed::mixed && m_run.clock / 256 % 2 == 0);
-    m_signals.waitrequest.set(m_run.random.chance(fast ? 0 : 1));
+    // A slow memory may be one that looks at a command first: it takes none that did not wait.
+    const bool is_idle = m_waiting.empty() && m_burst_left == 0;
+    m_signals.waitrequest.set((m_run.phase.memory == Speed::slow && is_idle) ||
+                              m_run.random.chance(fast ? 0 : 1));
     const bool answer = !m_words.empty() && m_words.front().clock < m_run.clock &&
                         m_run.random.chance(fast ? 4 : 1);
     m_signals.writes ? drive_write(answer) : drive_read(answer);

@@ -175,6 +175,10 @@ private:
       cycle(true, false);
       idle = m_taken != before ? 0 : idle;
     }
+    while (m_taken != m_given && !m_stalled && !m_run.failed) { // ovalid must not wait for oready
+      cycle(true, false);
+      check_progress();
+    }
     const std::size_t held = m_taken - m_first;
     if (!m_run.failed && (held < CAPACITY ? m_taken < m_last : held > CAPACITY && CAPACITY_GIVEN)) {
       report(m_run, "capacity", NO_CALL,
@@ -340,7 +344,8 @@ private:
       memory.check_burst();
     }
     if (m_taken != m_given && !m_run.failed) {
-      report(m_run, "handshake", call(), "no result after %" PRIu64 " clocks", m_since_progress);
+      report(m_run, "handshake", call(), "no result after %" PRIu64 " clocks%s", m_since_progress,
+             m_top->oready ? "" : " while oready is low");
     } else if (!m_run.failed) {
       report(m_run, "handshake", static_cast<long long>(m_taken),
              "iready is low for %" PRIu64 " clocks, with no call in flight", m_since_progress);

@@ -31,7 +31,7 @@ module burst #(
   assign iready = state == IDLE;
   assign ovalid = state == GIVE;
   assign mixed = words[0] ^ words[1] ^ words[2] ^ words[3];
-  assign load_read = state == ASK || (FAULT == "reads after reset" && state == IDLE);
+  assign load_read = (state == ASK && (!load_waitrequest || FAULT != "waits for waitrequest")) || (FAULT == "reads after reset" && state == IDLE);
   assign load_address = from;
   assign load_burstcount = 3'd4;
   assign store_write = state == WRITE;

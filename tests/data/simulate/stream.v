@@ -47,6 +47,6 @@ module stream #(
   end
 
   assign iready  = (FAULT == "accepts when full" || advance) && !hang;
-  assign ovalid  = valid[STAGES-1];
+  assign ovalid  = valid[STAGES-1] && (oready || FAULT != "waits for oready");
   assign product = data[64*STAGES-1 -: 64];
 endmodule
