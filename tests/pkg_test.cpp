@@ -13,20 +13,21 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-// The allocation of C++ that fails when it counts down to 0; none when it is 0.
+// The allocation of C++ that fails when it counts down to 0; none when it is 0. Inlined operators make
+// gcc warn of free() for the result of new.
 static long s_allocations = 0;
 
-void* operator new(std::size_t size) {
+[[gnu::noinline]] void* operator new(std::size_t size) {
   void* block = s_allocations > 0 && --s_allocations == 0 ? nullptr : std::malloc(size);
   if (block == nullptr) {
     throw std::bad_alloc();
   }
   return block;
 }
-void operator delete(void* block) noexcept {
+[[gnu::noinline]] void operator delete(void* block) noexcept {
   std::free(block);
 }
-void operator delete(void* block, std::size_t) noexcept {
+[[gnu::noinline]] void operator delete(void* block, std::size_t) noexcept {
   std::free(block);
 }
 

@@ -127,7 +127,8 @@ std::vector<std::string> listed_files(const vex::efi::EFISpec& spec, const std::
   for (const auto& component : spec.efi_elems()) {
     for (const auto* names : {&component->m_requirement_files, &component->m_c_model_files}) {
       for (const std::string& name : *names) {
-        files.add(dependency_path(folder.empty() ? name : folder + "/" + name));
+        std::string path = folder.empty() ? name : folder + "/";
+        files.add(dependency_path(folder.empty() ? path : path.append(name)));
       }
     }
   }

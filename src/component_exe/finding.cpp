@@ -167,7 +167,9 @@ void Report::print_sarif(const std::string& command) {
   }
   ordered_json notifications = ordered_json::array();
   for (const auto& [subject, text] : m_problems) {
-    notifications.push_back({{"level", "error"}, {"message", {{"text", subject + ": " + text}}}});
+    notifications.push_back(
+        {{"level", "error"},
+         {"message", {{"text", std::string(subject).append(": ").append(text)}}}});
   }
   const ordered_json driver = {{"name", "bfcl component " + command}, {"rules", rules_as_sarif()}};
   const ordered_json run = {

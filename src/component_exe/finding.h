@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #pragma once
 
-#include <compare>
 #include <cstdio>
 #include <string>
+#include <tuple>
 #include <vector>
 
 // What the commands report: findings about components, and problems of checking itself.
@@ -16,7 +16,10 @@ struct Place {
   std::string file;
   unsigned line = 0;
 
-  auto operator<=>(const Place&) const = default;
+  bool operator==(const Place&) const = default;
+  bool operator<(const Place& other) const {
+    return std::tie(file, line) < std::tie(other.file, other.line);
+  }
 };
 
 enum class Severity { error, warning };
@@ -28,7 +31,11 @@ struct Finding {
   std::string text;         // one line, without a full stop at its end
   std::string details = {}; // whole lines for below it, such as a table; may be empty
 
-  auto operator<=>(const Finding&) const = default;
+  bool operator==(const Finding&) const = default;
+  bool operator<(const Finding& other) const {
+    return std::tie(place, severity, rule, text, details) <
+           std::tie(other.place, other.severity, other.rule, other.text, other.details);
+  }
 };
 
 struct Rule {
