@@ -171,7 +171,10 @@ void SourceSearch::ask_for_parameters(Report& report) const {
         quote != std::string::npos) {
       const std::string name = finding.text.substr(quote + 1, finding.text.rfind('\'') - quote - 1);
       report.error("question", finding.place,
-                   name + ": the parameter has no value; --param " + name + "=VALUE gives it one");
+                   std::string(name)
+                       .append(": the parameter has no value; --param ")
+                       .append(name)
+                       .append("=VALUE gives it one"));
     }
   }
 }
