@@ -79,11 +79,14 @@ void Planner::settle_begin() {
   Indices all = starts;
   all.insert(all.end(), valids.begin(), valids.end());
   for (const std::size_t index : all) {
-    const std::string& own = port(index).name;
-    ask(index, "more than one port may begin a call; --map " + own +
-                   "=start if it is this one, "
-                   "--map " +
-                   own + "=input if it is an argument, --map " + own + "=0 or 1 to tie it");
+    const std::string own = "--map " + port(index).name;
+    ask(index, std::string("more than one port may begin a call; ")
+                   .append(own)
+                   .append("=start if it is this one, ")
+                   .append(own)
+                   .append("=input if it is an argument, ")
+                   .append(own)
+                   .append("=0 or 1 to tie it"));
   }
 }
 
@@ -170,7 +173,7 @@ void Planner::settle_readies() {
 void Planner::settle_reads() {
   const Indices reads = named(Word::read, Direction::input);
   const Indices valids = with_role(Role::valid, Direction::output);
-  if (reads.size() != 1 || valids.size() != 1 || m_names[valids[0]].low == false ||
+  if (reads.size() != 1 || valids.size() != 1 || !m_names[valids[0]].low ||
       !with_role(Role::ready, Direction::input).empty()) {
     return;
   }

@@ -137,7 +137,8 @@ std::string VerilogText::text(const std::string& head, const std::vector<Wrapper
   }
   text += ");\n" + m_declarations + (m_declarations.empty() ? "" : "\n") + "  " + m_module;
   for (const auto& [name, value] : m_parameters) {
-    text += (name == m_parameters[0].first ? " #(." : ", .") + name + "(" + value + ")";
+    text.append(name == m_parameters[0].first ? " #(." : ", .").append(name);
+    text.append("(").append(value).append(")");
   }
   text += (m_parameters.empty() ? " " : ") ") + m_names.take("core") + " (";
   for (const auto& [port, connection] : m_connections) {

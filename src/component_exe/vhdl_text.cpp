@@ -217,8 +217,8 @@ std::string VhdlText::text(const std::string& head, const std::vector<WrapperPor
   text += "  );\nend entity;\n\narchitecture wrapper of " + name + " is\n" + m_declarations +
           "begin\n  " + m_names.take("core") + " : entity work." + m_entity + "\n";
   for (const auto& [generic, value] : m_generics) {
-    text +=
-        (generic == m_generics[0].first ? "    generic map (" : ", ") + generic + " => " + value;
+    text.append(generic == m_generics[0].first ? "    generic map (" : ", ");
+    text.append(generic).append(" => ").append(value);
   }
   text += std::string(m_generics.empty() ? "" : ")\n") + "    port map (";
   for (const auto& [port, connection] : m_connections) {

@@ -85,7 +85,8 @@ std::string script(const SealedTree& tree, const std::vector<std::string>& sourc
     text += "hierarchy -check -top bfcl_harness -chparam MODE " + number + LOWER;
     text += mode == HarnessMode::result ? START_AT_ZERO : "";
     const std::string file = graph_file(tree, mode);
-    text += "write_aiger -zinit -map " + file + ".map " + file + ".aig\n";
+    text.append("write_aiger -zinit -map ").append(file).append(".map ");
+    text.append(file).append(".aig\n");
   }
   return text;
 }
