@@ -179,7 +179,7 @@ void run_commands(const std::string& commands) {
 
 TEST_F(Packages, UnpackedComponentsPackageToTheSameBytes) {
   std::vector<std::string> specs = {"mix/mix.xml", "./add/spec.xml", "s p/../add/spec.xml"};
-  for (const std::string name : {"copy_add", "crc32c", "minmax", "popcount"}) {
+  for (const std::string name : {"copy_add", "crc32c", "dither", "isqrt", "minmax", "popcount"}) {
     specs.push_back(BFCL_SOURCE_DIR "/examples/" + name + "/" + name + ".xml");
   }
   // Names through folders that are left again, of one file, of shared files; deep prefixes.
