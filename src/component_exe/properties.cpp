@@ -67,7 +67,7 @@ Property fill_property(const EFIElem& elem, const Place& place) {
           fault,
           fault,
           {"ivalid", "iready", "ovalid", "oready", "held"},
-          4 * std::size_t{capacity} + 2 * patience(elem),
+          4 * std::size_t{capacity} + 2 * std::size_t{patience(elem)},
           true};
 }
 
