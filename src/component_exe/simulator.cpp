@@ -111,6 +111,7 @@ public:
 
 private:
   [[nodiscard]] bool check();
+  [[nodiscard]] bool check_body();
   [[nodiscard]] bool find_model();
   [[nodiscard]] std::vector<CallInput> inputs(bool limited) const;
   [[nodiscard]] CallPlan plan() const;
@@ -160,6 +161,14 @@ bool Simulator::check() {
   return true;
 }
 
+bool Simulator::check_body() {
+  const bool is_unwritten = m_model.is_empty && !m_model.result.is_void();
+  if (is_unwritten) {
+    fail("the C model's body is empty: write what the component computes");
+  }
+  return !is_unwritten;
+}
+
 bool Simulator::find_model() {
   for (const std::string& file : m_component.m_c_model_files) {
     std::string problem;
@@ -169,14 +178,13 @@ bool Simulator::find_model() {
       fail(problem);
       return false;
     }
-    for (ModelFunction& function : model->functions) {
-      if (function.is_definition && function.name == m_component.m_function_name) {
-        m_model = std::move(function);
-        if (m_model.is_empty && !m_model.result.is_void()) {
-          fail("the C model's body is empty: write what the component computes");
-        }
-        return !m_model.is_empty || m_model.result.is_void();
-      }
+    const auto found = std::find_if(
+        model->functions.begin(), model->functions.end(), [this](const ModelFunction& function) {
+          return function.is_definition && function.name == m_component.m_function_name;
+        });
+    if (found != model->functions.end()) {
+      m_model = std::move(*found);
+      return check_body();
     }
   }
   fail("no C model defines the function");

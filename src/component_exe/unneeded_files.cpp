@@ -55,16 +55,20 @@ bool names_file(const std::string& text, const std::string& file) {
          has_word(text, fs::path(file).stem().string());
 }
 
+// Whether a needed source names something of another one.
+bool uses(const Source& user, const Source& source) {
+  return user.is_needed && std::any_of(source.names.begin(), source.names.end(),
+                                       [&](const auto& n) { return has_word(user.code, n); });
+}
+
 // Makes needed what a needed source names, until nothing is added.
 void spread(std::vector<Source>& sources) {
   for (bool is_changed = true; is_changed;) {
     is_changed = false;
     for (Source& source : sources) {
-      const auto uses = [&source](const Source& user) {
-        return user.is_needed && std::any_of(source.names.begin(), source.names.end(),
-                                             [&](const auto& n) { return has_word(user.code, n); });
-      };
-      if (!source.is_needed && std::any_of(sources.begin(), sources.end(), uses)) {
+      if (!source.is_needed &&
+          std::any_of(sources.begin(), sources.end(),
+                      [&source](const Source& user) { return uses(user, source); })) {
         source.is_needed = is_changed = true;
       }
     }

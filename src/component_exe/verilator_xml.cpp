@@ -175,7 +175,7 @@ private:
 // Expressions may nest more deeply than the XML library reads. Each element has its line, indented
 // by its depth, so that the lines that are left are XML again; ports and types are not that deep.
 std::string without_deep_lines(const std::string& text) {
-  constexpr std::size_t MAX_INDENT = 2 * 80;
+  constexpr std::size_t MAX_INDENT = 160; // two blanks a level
   std::string shallow;
   for (std::size_t from = 0; from < text.size();) {
     const std::size_t end = std::min(text.find('\n', from), text.size() - 1) + 1;

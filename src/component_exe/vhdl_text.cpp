@@ -193,11 +193,11 @@ std::string VhdlText::read(const Port& port) {
     return std::string(type.mark) == "bit_vector" ? "to_stdulogic(" + signal + "(0))"
                                                   : signal + "(0)";
   }
-  const std::string value = filled(type.from, signal, port.width);
+  std::string value = filled(type.from, signal, port.width);
   if (std::string(type.mark) != "boolean") {
     return value;
   }
-  const std::string bit = m_names.take(signal + "_bit");
+  std::string bit = m_names.take(signal + "_bit");
   declare(bit, 1);
   assign(bit, value);
   return bit;
@@ -258,7 +258,8 @@ std::map<std::string, std::string> vhdl_types(const std::string& netlist) {
     const bool is_ranged = range.rfind(" range ", 0) == 0;
     if (is_ranged) { // only numbers mean the same in the wrapper
       const bool is_literal = range.find_first_not_of(" 0123456789todwn", 7) == std::string::npos;
-      mark = !is_literal || range[7] == '-' ? "" : (mark == "integer" ? "natural" : mark) + range;
+      mark = mark == "integer" ? "natural" : mark;
+      mark = !is_literal || range[7] == '-' ? "" : mark.append(range);
     }
     std::istringstream names(line.substr(0, colon));
     for (std::string name; names >> name;) {

@@ -186,7 +186,7 @@ std::string Wrapper::begin(const std::string& valid) {
 }
 
 std::string Wrapper::fork(const std::vector<std::size_t>& readies, const std::string& valid) {
-  const std::string taken = flag("taken");
+  std::string taken = flag("taken");
   std::map<std::size_t, std::string> sent; // by the index of the ready
   std::string all;
   m_text.comment("Each channel takes its part of a word once.");
@@ -237,7 +237,7 @@ void Wrapper::call() {
   m_text.assign("ovalid", finished);
   drive_arguments(begins);
 
-  const std::string taken = begin(calling);
+  std::string taken = begin(calling);
   const std::string asked = taken.empty() ? calling : m_text.both(calling, taken);
   const std::size_t end = *m_plan.ends[0].valid;
   // A done may still be high from the call before while the module takes the next one.
