@@ -115,7 +115,7 @@ private:
   void settle_calls();
   void ask_for_latency();
   bool is_direct() const;
-  std::vector<Channel> channels(Direction valid_direction, Role begin);
+  std::vector<Channel> channels(Direction direction, Role other);
 
   const Design& m_design;
   const PortChoices& m_choices;
