@@ -25,12 +25,6 @@ bool is_word(char character) {
          character == '$';
 }
 
-std::string lower(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(),
-                 [](unsigned char byte) { return static_cast<char>(std::tolower(byte)); });
-  return text;
-}
-
 void blank(std::string& text, std::size_t from, std::size_t to) {
   for (std::size_t at = from; at < std::min(to, text.size()); ++at) {
     if (text[at] != '\n') {
@@ -96,10 +90,16 @@ FileKind file_kind(const std::string& path) {
                                                                       {".vh", FileKind::include},
                                                                       {".hex", FileKind::data},
                                                                       {".mif", FileKind::data}}};
-  const std::string extension = lower(fs::path(path).extension().string());
+  const std::string extension = lower_case(fs::path(path).extension().string());
   const auto* found = std::find_if(KINDS.begin(), KINDS.end(),
                                    [&](const auto& kind) { return extension == kind.first; });
   return found != KINDS.end() ? found->second : FileKind::other;
+}
+
+std::string lower_case(std::string text) {
+  std::transform(text.begin(), text.end(), text.begin(),
+                 [](unsigned char byte) { return static_cast<char>(std::tolower(byte)); });
+  return text;
 }
 
 std::string read_text(const std::string& path) {
@@ -139,7 +139,7 @@ std::vector<RtlUnit> units_in(const std::string& text, FileKind kind) {
   std::string keyword; // whose name comes next
   std::string last;
   for (Word word; words.next(word);) {
-    const std::string name = is_vhdl ? lower(word.text) : word.text;
+    const std::string name = is_vhdl ? lower_case(word.text) : word.text;
     if (keywords.contains(name) && last != "end" && last != "virtual") {
       keyword = name;
     } else if (!keyword.empty() && !NO_NAMES.contains(name)) {
@@ -205,12 +205,54 @@ std::size_t distance(const std::string& left, const std::string& right) {
 
 } // namespace
 
+unsigned line_of_unit(const std::string& text, const std::string& unit, FileKind kind) {
+  for (const RtlUnit& found : units_in(text, kind)) {
+    if (found.name == unit) {
+      return found.line;
+    }
+  }
+  return 0;
+}
+
+unsigned line_in_entity(const std::string& text, const std::string& entity,
+                        const std::string& name) {
+  unsigned from = 0;
+  for (const RtlUnit& unit : units_in(text, FileKind::vhdl)) {
+    if (from == 0 && unit.name == entity && unit.keyword == "entity") {
+      from = unit.line;
+    }
+  }
+  std::istringstream lines(from != 0 ? lower_case(blank_comments(text, FileKind::vhdl)) : "");
+  unsigned number = 0;
+  for (std::string line; std::getline(lines, line);) {
+    if (++number >= from && (name.empty() || has_word(line, name))) {
+      return number;
+    }
+  }
+  return 0;
+}
+
+// The names with a colon behind them in the entity's text up to its ports.
+std::vector<std::string> generics_of(const std::string& text, const std::string& entity) {
+  std::vector<std::string> names;
+  const std::string code = lower_case(blank_comments(text, FileKind::vhdl));
+  const std::size_t start = code.find("entity " + entity);
+  const std::size_t ports = start == std::string::npos ? start : code.find("port", start);
+  for (std::size_t colon = code.find(':', start); colon < ports;
+       colon = code.find(':', colon + 1)) {
+    const std::size_t end = code.find_last_not_of(" \t\r\n", colon - 1) + 1;
+    const std::size_t from = code.find_last_of(" \t\r\n(;,", end - 1) + 1;
+    names.push_back(code.substr(from, end - from));
+  }
+  return names;
+}
+
 std::string nearest_name(const std::string& name, const std::vector<std::string>& candidates) {
   std::string nearest;
   std::size_t least = std::max<std::size_t>(1, name.size() / 3) + 1;
   for (const std::string& candidate : candidates) {
     const bool is_near = candidate.size() < 256 && name.size() < 256;
-    const std::size_t edits = is_near ? distance(lower(name), lower(candidate)) : least;
+    const std::size_t edits = is_near ? distance(lower_case(name), lower_case(candidate)) : least;
     if (edits < least) {
       least = edits;
       nearest = candidate;

@@ -12,6 +12,9 @@
 
 namespace bfcl::component {
 
+// ASCII letters in lower case, as the names of VHDL are compared.
+[[nodiscard]] std::string lower_case(std::string text);
+
 // The bytes of a file; empty when it cannot be read.
 [[nodiscard]] std::string read_text(const std::string& path);
 
@@ -25,6 +28,18 @@ struct RtlUnit {
   unsigned line = 0;
 };
 [[nodiscard]] std::vector<RtlUnit> units_in(const std::string& text, FileKind kind);
+
+// The line of a unit's definition in a text, or 0.
+[[nodiscard]] unsigned line_of_unit(const std::string& text, const std::string& unit,
+                                    FileKind kind);
+
+// Of VHDL: the first line from an entity's definition on that has a name, or that of the entity
+// when the name is empty; 0 when there is none. The names of the entity's generics. Names are in
+// lower case.
+[[nodiscard]] unsigned line_in_entity(const std::string& text, const std::string& entity,
+                                      const std::string& name);
+[[nodiscard]] std::vector<std::string> generics_of(const std::string& text,
+                                                   const std::string& entity);
 
 // The macros that a Verilog text defines.
 [[nodiscard]] std::vector<std::string> macros_in(const std::string& text);

@@ -22,12 +22,6 @@ struct Source {
   bool is_needed = false;
 };
 
-std::string lower(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(),
-                 [](unsigned char byte) { return static_cast<char>(std::tolower(byte)); });
-  return text;
-}
-
 // Each file once.
 std::vector<Source> read_sources(const ElaborationRequest& request, const SealedTree& tree) {
   std::vector<Source> sources;
@@ -41,7 +35,7 @@ std::vector<Source> read_sources(const ElaborationRequest& request, const Sealed
     source.kind = file_kind(request.files[index]);
     source.text = read_text(request.files[index]);
     if (source.kind == FileKind::vhdl) {
-      source.text = lower(source.text);
+      source.text = lower_case(source.text);
     }
     source.code =
         source.kind == FileKind::data ? source.text : blank_comments(source.text, source.kind);
@@ -78,7 +72,7 @@ void spread(std::vector<Source>& sources) {
 // Includes and data are needed when another file or a parameter names them.
 void need_what_is_named(const ElaborationRequest& request, std::vector<Source>& sources) {
   for (Source& source : sources) {
-    const std::string name = source.kind == FileKind::vhdl ? lower(request.files[source.index])
+    const std::string name = source.kind == FileKind::vhdl ? lower_case(request.files[source.index])
                                                            : request.files[source.index];
     for (const Source& other : sources) {
       source.is_needed =
@@ -141,7 +135,7 @@ std::vector<std::size_t> unneeded_vhdl_files(const ElaborationRequest& request,
     source.is_needed = source.kind == FileKind::verilog;
     for (const RtlUnit& unit : units_in(source.text, source.kind)) {
       source.names.push_back(unit.name);
-      source.is_needed = source.is_needed || unit.name == lower(request.top);
+      source.is_needed = source.is_needed || unit.name == lower_case(request.top);
     }
   }
   need_what_is_named(request, sources);
