@@ -1,0 +1,167 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "verilog_elaboration.h"
+
+#include "description.h"
+#include "rtl_text.h"
+#include "unneeded_files.h"
+
+#include <algorithm>
+#include <filesystem>
+
+namespace bfcl::component {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+} // namespace
+
+bool is_consequence(const VerilatorMessage& message) {
+  constexpr const char* TEXTS[] = {"Exiting due to", "Cannot continue", "Internal Error",
+                                   "This may be because there's no search path",
+                                   "Specified --top-module "};
+  return std::any_of(std::begin(TEXTS), std::end(TEXTS),
+                     [&](const char* prefix) { return message.text.starts_with(prefix); });
+}
+
+// The errors that nothing could mend. What follows from a stand-in is none of its own, and what the
+// tool does not support is no fault of the RTL.
+void VerilogElaboration::report_rest(const VerilatorRun& run) {
+  if (m_is_mended || (m_report.has_errors() && m_job.top != m_request.top)) {
+    return;
+  }
+  std::set<Place> dealt_with; // the tool takes a type that it does not know for an interface
+  for (const VerilatorMessage& message : run.messages) {
+    if (message.text.starts_with("Cannot find file containing interface: ")) {
+      dealt_with.insert(place_of(message));
+      m_report.error("hdl", place_of(message),
+                     "type '" + quoted_name(message.text) + "' is not defined");
+    }
+  }
+  for (const VerilatorMessage& message : run.messages) {
+    const Place place = message.file.empty() ? m_request.top_place : place_of(message);
+    if (!message.is_error || dealt_with.contains(place) || is_consequence(message)) {
+      continue;
+    }
+    if (message.text.starts_with("Unsupported: Interfaced port on top level")) {
+      dealt_with.insert(place);
+      m_report.error("port-kind", place,
+                     "a port of the module is an interface, which no component can have");
+    } else if (message.text.starts_with("Unsupported:")) {
+      m_report.cannot_check(m_request.subject(), "verilator cannot read " + place.file + ":" +
+                                                     std::to_string(place.line) + ": " +
+                                                     message.text);
+      return;
+    } else {
+      m_report.error("hdl", place, message.text);
+    }
+  }
+}
+
+void VerilogElaboration::report_duplicates(const VerilatorRun& run) {
+  for (const VerilatorMessage& message : run.messages) {
+    if (message.code == "MODDUP") {
+      const Place first = place_of(message.other_file, message.other_line);
+      m_report.error("module-twice", place_of(message),
+                     "module '" + quoted_name(message.text) + "' is defined already, at " +
+                         first.file + ":" + std::to_string(first.line));
+    }
+  }
+}
+
+void VerilogElaboration::report_unknown_parameters(const Design* design) {
+  std::vector<std::string> known;
+  if (design != nullptr) {
+    for (const Parameter& parameter : design->parameters) {
+      if (!parameter.is_local) {
+        known.push_back(parameter.name);
+      }
+    }
+  }
+  for (const std::string& name : m_unknown_parameters) {
+    const bool is_local =
+        design != nullptr && std::any_of(design->parameters.begin(), design->parameters.end(),
+                                         [&](const Parameter& p) { return p.name == name; });
+    m_report.error("parameter", parameter_place(name),
+                   is_local ? "'" + name + "' is a localparam of module '" + m_job.top + "'"
+                            : "module '" + m_job.top + "' has no parameter '" + name + "'" +
+                                  suggestion(name, known));
+  }
+}
+
+// Which listed files the design does not need. Most files that have no module of the design are
+// packages and macros that others name; only the rest costs another run.
+void VerilogElaboration::report_unneeded(const VerilatorRun& run) {
+  const std::vector<std::size_t> candidates = unneeded_files(m_request, m_tree, run);
+  const auto is_compiled = [this](std::size_t index) {
+    return file_kind(m_tree.name(index)) == FileKind::verilog;
+  };
+  VerilatorJob job = m_job;
+  for (const std::size_t index : candidates) {
+    std::erase(job.files, m_tree.name(index));
+    m_tree.hide(index);
+  }
+  const bool has_compiled = std::any_of(candidates.begin(), candidates.end(), is_compiled);
+  const bool is_any_needed = has_compiled && !try_job(job).ok;
+  for (const std::size_t index : candidates) {
+    if (is_any_needed && is_compiled(index)) {
+      job = m_job;
+      std::erase(job.files, m_tree.name(index));
+      for (const std::size_t other : candidates) {
+        other == index ? m_tree.hide(other) : m_tree.show(other);
+      }
+    }
+    if (!is_any_needed || !is_compiled(index) || try_job(job).ok) {
+      m_report.warning("file-unneeded",
+                       index < m_request.file_places.size() ? m_request.file_places[index]
+                                                            : m_request.top_place,
+                       "no module of '" + m_job.top + "' needs file '" + listed_name(index) + "'");
+    }
+  }
+}
+
+void VerilogElaboration::report_undriven(const VerilatorRun& run, const Design& design) {
+  if (m_is_mended) {
+    return; // stubs drive nothing
+  }
+  for (const VerilatorMessage& message : run.messages) {
+    const std::string name = quoted_name(message.text);
+    const Port* port = message.code == "UNDRIVEN" ? design.find_port(name) : nullptr;
+    if (port == nullptr || port->direction != Direction::output ||
+        port->place != Place{message.file, message.line}) {
+      continue;
+    }
+    const std::size_t bits = message.text.rfind('[');
+    m_report.error("port-undriven", place_of(message),
+                   "nothing drives output '" + name +
+                       (bits == std::string::npos ? "'" : "' in " + message.text.substr(bits)));
+  }
+}
+
+std::string VerilogElaboration::listed_name(std::size_t index) const {
+  return index < m_request.file_names.size() ? m_request.file_names[index]
+                                             : tidy_path(m_request.files[index]);
+}
+
+Place VerilogElaboration::place_of(const std::string& file, unsigned line) const {
+  const std::optional<std::size_t> index = m_tree.file_of(file);
+  if (index) {
+    return {listed_name(*index), line};
+  }
+  std::error_code error;
+  const fs::path real = m_tree.real_path(file);
+  const fs::path here = real.lexically_relative(fs::current_path(error));
+  const bool is_below = !here.empty() && *here.begin() != "..";
+  return {is_below ? here.string() : real.string(), line};
+}
+
+Place VerilogElaboration::parameter_place(const std::string& name) const {
+  for (std::size_t index = 0; index < m_request.parameter_places.size(); ++index) {
+    if (m_request.parameters[index].first == name) {
+      return m_request.parameter_places[index];
+    }
+  }
+  return m_request.top_place;
+}
+
+} // namespace bfcl::component
