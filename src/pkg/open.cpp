@@ -135,13 +135,13 @@ void build_new_package(vex_pkg_file* pkg) {
   pkg->dirty = true;
 }
 
-// Adds up what an existing file holds beside its string table; false for one that must not be
-// written again.
+// Adds up what an existing file holds, except the bytes of its string table, which can change;
+// false for one that must not be written again.
 bool measure_sections(vex_pkg_file* pkg, const Elf_Scn* name_section) {
   Elf_Scn* section = nullptr;
   while ((section = elf_nextscn(pkg->elf, section)) != nullptr) {
     const Elf32_Shdr* header = elf32_getshdr(section);
-    if (header == nullptr || section == name_section) {
+    if (header == nullptr) {
       continue;
     }
     if (header->sh_addralign > MAX_FOREIGN_ALIGNMENT) {
@@ -151,8 +151,9 @@ bool measure_sections(vex_pkg_file* pkg, const Elf_Scn* name_section) {
     }
     const auto alignment = std::max<std::uint64_t>(header->sh_addralign, SECTION_ALIGNMENT);
     pkg->contents.size += alignment - SECTION_ALIGNMENT;
-    pkg->contents.size +=
-        header->sh_type == SHT_NOBITS ? 0 : padded_size(header->sh_size, alignment);
+    if (header->sh_type != SHT_NOBITS && section != name_section) {
+      pkg->contents.size += padded_size(header->sh_size, alignment);
+    }
   }
   return true;
 }
