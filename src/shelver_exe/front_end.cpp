@@ -45,11 +45,11 @@ std::filesystem::path full_path(const std::string& path) {
 bool check_output_is_no_input(const std::string& output, const std::vector<std::string>& inputs,
                               bool also_absent) {
   const FileId id = find_file_id(output);
+  const bool absent = id.state == FileId::ABSENT;
   const bool clash = std::any_of(inputs.begin(), inputs.end(), [&](const std::string& input) {
-    const FileId input_id = find_file_id(input);
-    const bool both_absent = id.state == FileId::ABSENT && input_id.state == FileId::ABSENT;
-    return input_id.may_be(id) ||
-           (also_absent && both_absent && full_path(input) == full_path(output));
+    return absent ? also_absent && base_name(input) == base_name(output) &&
+                        full_path(input) == full_path(output)
+                  : find_file_id(input).may_be(id);
   });
   if (clash) {
     std::printf("Error: Output file %s is also an input file!\n", output.c_str());

@@ -41,7 +41,7 @@ FileId find_file_id(const std::string& path);
 
 // An output file replaces what is there, which must not be a file that the command reads. Returns
 // false, after a message, when one of the inputs is the same file or, if `also_absent`, will be
-// once the output is created.
+// once the output is created under the same name.
 bool check_output_is_no_input(const std::string& output, const std::vector<std::string>& inputs,
                               bool also_absent = false);
 
