@@ -116,7 +116,7 @@ function(bfcl_add_library name)
     endif()
   endforeach()
 
-  # A library's components stand in the order of their paths. Relative ones in the build folder
+  # A library's components are in the order of their paths. Relative ones in the build folder
   # make that order, and so the library, the same in every build folder.
   set(inputs "")
   set(depends "")
@@ -131,7 +131,7 @@ function(bfcl_add_library name)
   endforeach()
 
   # Bitcode is unpacked beside an OpenCL package: each library has its own links to them, so that
-  # libraries can be made at a time and packages may lie where nobody may write.
+  # libraries can be made at a time and packages may be in a folder that is not writable.
   set(commands "")
   set(number 100)
   file(RELATIVE_PATH links "${CMAKE_BINARY_DIR}" "${CMAKE_CURRENT_BINARY_DIR}/${name}.opencl")

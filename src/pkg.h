@@ -59,7 +59,7 @@ inline constexpr std::size_t VEX_PKG_MAX_SECTION_NAME = 4096;
 // the same, on which every operation fails.
 [[nodiscard]] vex_pkg_file* vex_pkg_open_file(const char* name, unsigned mode);
 
-// Opens the package that lies in `image`, `size` bytes that must outlive the handle and are never
+// Opens the package that is in `image`, `size` bytes that must outlive the handle and are never
 // written. The mode may hold show bits only. Null for a null image or a size of 0, silently, or
 // after a message.
 [[nodiscard]] vex_pkg_file* vex_pkg_open_file_from_memory(char* image, std::size_t size,

@@ -19,7 +19,7 @@ constexpr std::size_t DAMAGE_STEP = 1;
 struct Damage {
   std::string name;
   std::size_t offset;
-  std::string bytes; // that stand there instead; none cuts the file
+  std::string bytes; // that are there instead; none cuts the file
 };
 
 // Every cut, and single bytes and header fields that change; only each step-th place of the cuts

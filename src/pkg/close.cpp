@@ -69,7 +69,7 @@ bool write_package(vex_pkg_file* pkg, OutputFile& output) {
     report(true, " elf_update ()  failed : %s.", elf_error_text(-1));
     return false;
   }
-  // The disk is at work from here on, while the handle's memory is freed; fsync waits for it, and
+  // The disk starts to write here, while the handle's memory is freed; fsync waits for it and
   // returns its errors.
   static_cast<void>(sync_file_range(pkg->fd, 0, 0, SYNC_FILE_RANGE_WRITE));
   if (pkg->show_info) {

@@ -43,8 +43,8 @@ bool check_buffer(const vex_pkg_file* pkg, const void* buffer, std::size_t size)
   return ok;
 }
 
-// Whether the written file stays within its 32-bit offsets, which libelf lets wrap in silence, when
-// a section of `size` bytes comes in the place of `old_size` bytes.
+// Whether the written file stays within its 32-bit offsets, which libelf lets wrap silently, when
+// a section of `size` bytes replaces `old_size` bytes.
 bool check_package_size(vex_pkg_file* pkg, std::uint64_t size, std::uint64_t old_size = 0) {
   std::size_t sections = 0;
   elf_getshdrnum(pkg->elf, &sections);
@@ -126,7 +126,7 @@ bool name_section(vex_pkg_file* pkg, Elf_Scn* section, const char* name) {
   return true;
 }
 
-// Adds a section once nothing speaks against it.
+// Adds a section that has passed all checks.
 unsigned append_section(vex_pkg_file* pkg, const char* name, const void* buffer, std::size_t size) {
   Elf_Scn* section = make_section(pkg);
   if (section == nullptr) {
@@ -252,7 +252,7 @@ Elf_Data* find_data_to_update(vex_pkg_file* pkg, const char* name) {
   return get_section_data(section, pkg->show_errors);
 }
 
-// Takes the old contents out of what the handle keeps count of.
+// Removes the old contents from what the handle counts.
 void forget_contents(vex_pkg_file* pkg, const Elf_Data* data) {
   if (data == pkg->names.data) {
     pkg->index.complete = false; // other names may be there from now on

@@ -38,8 +38,8 @@ bool is_package(const vex_pkg_file* pkg) {
          elf_getident(pkg->elf, nullptr)[EI_DATA] == ELFDATA2LSB;
 }
 
-// When memory runs out inside elf_newscn, it returns a section that crashes whoever touches it and
-// keeps that in its list; only the error number tells.
+// When memory runs out inside elf_newscn, it returns a section that crashes its users and
+// keeps that in its list; only the error number shows this.
 Elf_Scn* make_section(vex_pkg_file* pkg) {
   elf_errno();
   Elf_Scn* section = is_package(pkg) && !pkg->damaged ? elf_newscn(pkg->elf) : nullptr;

@@ -14,7 +14,7 @@ inline constexpr std::size_t INITIAL_NAME_TABLE_SIZE = 4096;
 // holds when both are one pipe.
 [[gnu::format(printf, 2, 3)]] void report(bool show, const char* format, ...);
 
-// Runs an operation that may throw for want of memory; returns whether it did not.
+// Runs an operation that may throw when memory is out. False if it threw.
 template <typename Operation>
 bool try_allocating(Operation operation) {
   try {

@@ -119,8 +119,8 @@ void build_name_table(vex_pkg_file* pkg, Elf_Scn* section) {
                  INITIAL_NAME_TABLE_SIZE);
 }
 
-// Each step prints its failure, and the next one is made all the same. Without a string table the
-// package is returned, too, but never written.
+// Each step prints its failure, and the others still run. A package without a string table is
+// returned, too, but never written.
 void build_new_package(vex_pkg_file* pkg) {
   build_header(pkg);
   Elf_Scn* section = make_section(pkg);
@@ -212,7 +212,7 @@ bool claims_too_much(vex_pkg_file* pkg, std::uint64_t file_size) {
   return std::max(section_bytes, name_bytes) > last_end;
 }
 
-// Fills a new handle on a file; elf stays null when libelf does not take the file.
+// Fills a new handle on a file; elf stays null when libelf refuses the file.
 bool begin_package(vex_pkg_file* pkg, const char* name, unsigned mode) {
   pkg->writable = (mode & VEX_PKG_READ_ONLY) == 0;
   pkg->created = (mode & VEX_PKG_CREATE) != 0;

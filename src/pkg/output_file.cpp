@@ -16,7 +16,7 @@ namespace {
 
 constexpr const char* TEMPORARY_NAME = ".bfcl-XXXXXX";
 
-// Bytes at the begin of a package without which no reader takes it for one.
+// The first bytes of a package, without which every reader refuses it.
 constexpr std::size_t HEADER_SIZE = sizeof(Elf32_Ehdr);
 
 constexpr mode_t PERMISSION_BITS = 07777;

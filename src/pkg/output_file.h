@@ -9,15 +9,15 @@
 
 namespace vex::pkg {
 
-// A file that is written anew, whole or not at all.
+// A file that is replaced whole or not at all.
 //
 // The new contents are written to a temporary file in the same folder, ".bfcl-" and six characters,
 // which has the output's mode, and its owner where the system allows that. It is renamed to the
 // output's path at the end: at any moment this path leads to the complete old file or to the
 // complete new one. Where that is impossible (the output has other hard links or no path, or the
 // folder refuses) the new contents are written to memory, and the output is then truncated and
-// written over, its first bytes last: a part of it has no ELF header. What is no regular file is
-// written to directly.
+// written over, its first bytes last: a part of it has no ELF header. A file that is not regular
+// is written to directly.
 class OutputFile {
 public:
   OutputFile() = default;

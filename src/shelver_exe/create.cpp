@@ -29,7 +29,7 @@ const char* NAMED_ARGS[NAMED_ARG_COUNT] = {"-name", "-vendor", "-version", "-o"}
 
 constexpr const char* TOOL_VERSION = "18.1.0.222";
 
-// One library in the making. It is closed (which writes it) when it is destroyed; then the bitcode
+// A library that is being created. It is closed (which writes it) when it is destroyed; then the bitcode
 // files are removed, and the output file unless the library was finished.
 class LibraryBuild {
 public:

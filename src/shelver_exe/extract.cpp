@@ -27,8 +27,8 @@ namespace {
 constexpr const char* EMULATION_DIRECTORY = ".emu_models";
 constexpr mode_t EMULATION_DIRECTORY_MODE = 0770;
 
-// The most that the listing of one package's section names may fill, in bytes. Only what the names
-// take of it is ever touched.
+// The largest listing of one package's section names, in bytes. Only the part that the names fill
+// is touched.
 constexpr std::size_t NAME_LIST_SIZE = 0x4000000;
 
 bool report_open_error() {
@@ -66,9 +66,9 @@ private:
   unique_fd m_fd;
 };
 
-// Writes a file that is not there yet. It gets its name when it is whole: the next run leaves a
-// file of that name alone, and another run may write it at the same time. The messages are those of
-// the container.
+// Writes a new file. It gets its name when it is complete, because the next run skips a file of
+// that name, and another run may write it at the same time. The messages are those of the
+// container.
 bool write_new_file(const std::string& path, const void* bytes, std::size_t size) {
   PartFile part(directory_part(path));
   const mode_t mask = umask(0);
@@ -162,7 +162,7 @@ std::unique_ptr<char[]> CModelExtraction::list_sections(vex_pkg_file* component,
                                                         const char* section) {
   std::unique_ptr<char[]> names(new (std::nothrow) char[NAME_LIST_SIZE]);
   if (names != nullptr) {
-    names[0] = '\0'; // the listing of no names leaves the buffer alone
+    names[0] = '\0'; // a listing without names does not change the buffer
   }
   if (names == nullptr || vex_pkg_section_names(component, names.get(), NAME_LIST_SIZE) == 0) {
     std::printf("Error: Couldn't read internals of section %s in library file %s!\n", section,

@@ -21,7 +21,7 @@ int file_is_directory(const char* path);
 // Whether the path names a regular file; links are followed.
 bool file_is_a_regular_file(const std::string& path);
 
-// What tells a file from all others, whatever path leads to it.
+// Identifies a file, whatever path leads to it.
 struct FileId {
   // ABSENT: the path leads nowhere, so that opening it fails or makes a new file.
   enum State { ABSENT, PRESENT, UNKNOWN };

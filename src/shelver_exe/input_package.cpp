@@ -14,7 +14,7 @@ constexpr off_t SMALL_FILE_SIZE = 16384;
 
 } // namespace
 
-// Without bytes, and without a message, when the file is not a small one, or does not come whole.
+// Without bytes, and without a message, when the file is not a small one, or cannot be read whole.
 InputPackages::SmallFile InputPackages::read_small_file(const std::string& path) {
   const unique_fd fd = unique_fd::open_for_reading(path.c_str());
   struct stat status = {};

@@ -89,7 +89,7 @@ void open_output() {
 // instead of ending the process. Closed standard descriptors are opened on /dev/null, so that no
 // file of a command gets their numbers and with it the messages; writing to them fails as before.
 void prepare_process() {
-  // The tools that a command runs get the usual treatment: handlers do not pass to them.
+  // The tools that a command runs get the default treatment: they do not inherit handlers.
   std::signal(SIGXFSZ, [](int) {});
   std::signal(SIGPIPE, [](int) {});
   int fd = 0;
