@@ -29,8 +29,8 @@ const char* NAMED_ARGS[NAMED_ARG_COUNT] = {"-name", "-vendor", "-version", "-o"}
 
 constexpr const char* TOOL_VERSION = "18.1.0.222";
 
-// A library that is being created. It is closed (which writes it) when it is destroyed; then the bitcode
-// files are removed, and the output file unless the library was finished.
+// A library that is being created. It is closed (which writes it) when it is destroyed; then the
+// bitcode files are removed, and the output file unless the library was finished.
 class LibraryBuild {
 public:
   LibraryBuild(const std::string& path, const std::vector<std::string>& inputs)
