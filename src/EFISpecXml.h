@@ -4,8 +4,8 @@
 #include "BaseVisitor.h"
 #include "EFISpec.h"
 
+#include <set>
 #include <string>
-#include <unordered_set>
 #include <vector>
 
 namespace vex::efi::xml {
@@ -107,8 +107,8 @@ private:
   EFIElem* m_elem = nullptr; // owned by m_spec
 
   // The names of m_elem's ports again, to find one among thousands.
-  std::unordered_set<std::string> m_ports_in_use;
-  std::unordered_set<std::string> m_mem_ports;
+  std::set<std::string> m_ports_in_use;
+  std::set<std::string> m_mem_ports;
 };
 
 // Whether the file can be opened for reading.

@@ -8,8 +8,8 @@
 #include <bit>
 #include <cstdint>
 #include <cstring>
+#include <set>
 #include <tuple>
-#include <unordered_set>
 #include <utility>
 
 #include <elf.h>
@@ -148,7 +148,7 @@ private:
 
   // Names may be the ends of others, as some tools write them, but their sum is bounded.
   void check_names() {
-    std::unordered_set<std::string_view> seen;
+    std::set<std::string_view> seen;
     std::size_t total = 0;
     for (std::size_t i = 1; i < m_count && total <= m_image.size(); ++i) {
       const std::string_view text = name(i);

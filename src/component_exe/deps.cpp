@@ -11,7 +11,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <unordered_set>
+#include <set>
 
 #include <sys/stat.h>
 
@@ -44,7 +44,7 @@ public:
 
 private:
   std::vector<std::string> m_names;
-  std::unordered_set<std::string> m_seen;
+  std::set<std::string> m_seen;
 };
 
 // The rule of one target.
@@ -96,7 +96,7 @@ std::string format_rule(const Rule& rule) {
 // program reports what is missing.
 std::string format_rules(const std::vector<Rule>& rules) {
   std::string text;
-  std::unordered_set<std::string> seen;
+  std::set<std::string> seen;
   for (const Rule& rule : rules) {
     text += format_rule(rule);
     seen.insert(rule.target);

@@ -4,9 +4,9 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <sstream>
 #include <string_view>
-#include <unordered_set>
 
 namespace bfcl::component {
 
@@ -104,7 +104,7 @@ std::string dependency_path(const std::string& path) {
 std::vector<std::string> find_included_files(const std::vector<std::string>& files,
                                              const std::vector<std::string>& folders) {
   std::vector<std::string> paths = files;
-  std::unordered_set<std::string> seen(files.begin(), files.end());
+  std::set<std::string> seen(files.begin(), files.end());
   for (std::size_t next = 0; next < paths.size(); ++next) {
     const std::string includer = paths[next];
     for (const std::string& name : named_files(read_regular_file(includer))) {

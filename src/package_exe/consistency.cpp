@@ -6,8 +6,8 @@
 #include "specification.h"
 
 #include <algorithm>
+#include <map>
 #include <set>
-#include <unordered_map>
 
 namespace bfcl::package {
 
@@ -162,8 +162,8 @@ private:
 
   const PackageFile& m_library;
   std::vector<std::string>& m_faults;
-  std::unordered_map<std::string, const ComponentPackage*> m_packages; // by section
-  Names m_seen;                                                        // kind and name
+  std::map<std::string, const ComponentPackage*> m_packages; // by section
+  Names m_seen;                                              // kind and name
 };
 
 void check_targets(const PackageFile& file, std::vector<std::string>& faults) {

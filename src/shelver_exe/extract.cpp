@@ -15,9 +15,9 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <set>
 #include <string>
 #include <string_view>
-#include <unordered_set>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -108,7 +108,7 @@ private:
   std::string m_destination;
   malloc_ptr<char> m_component; // one component package at a time
   std::size_t m_capacity = 0;
-  std::unordered_set<std::string_view> m_extracted; // sections; their names are the caller's
+  std::set<std::string_view> m_extracted; // sections; their names are the caller's
 };
 
 bool CModelExtraction::extract_component(const char* section) {
