@@ -37,6 +37,14 @@ private:
   int m_fd;
 };
 
+// Waits until no other descriptor has the file's lock, and takes it until the descriptor is closed.
+// Where files cannot be locked, nobody waits.
+inline void lock_file(int fd) {
+  struct flock lock = {}; // all of the file
+  lock.l_type = F_WRLCK;
+  static_cast<void>(fcntl(fd, F_OFD_SETLKW, &lock));
+}
+
 // Calls move(done, left), which calls read or write, until no bytes are left or it moves none.
 // Returns the number of bytes moved. When it is less than `size`, errno is the reason, or 0 at the
 // end of the file.

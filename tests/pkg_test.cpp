@@ -2,6 +2,7 @@
 #include "pkg.h"
 
 #include "support.h"
+#include "unique_fd.h"
 
 #include <cstdint>
 #include <cstdlib>
@@ -515,6 +516,24 @@ TEST_F(Pkg, ConcurrentReadersAndWriters) {
     ASSERT_EQ(1U, text.size());
     ASSERT_TRUE(read_section(pkg.get(), "s") == std::string(400000, text[0]));
   }
+}
+
+TEST_F(Pkg, AFileWithTwoNamesIsWrittenByOneProgramAtATime) {
+  const std::string old = make_package();
+  link("good", "other name");
+  unique_fd lock(open("good", O_RDWR));
+  lock_file(lock.get());
+  const pid_t child = fork();
+  if (child == 0) {
+    lock = unique_fd(); // which is the parent's, too
+    _exit(vex_pkg_close_file_checked(open_package("good", CREATE).release()) == 1 ? 0 : 1);
+  }
+  while (waitpid(child, nullptr, WNOHANG) == 0 && read_file("/proc/locks").find("->") == std::string::npos) {
+  }
+  EXPECT_EQ(old, read_file("good"));
+  lock = unique_fd();
+  waitpid(child, nullptr, 0);
+  EXPECT_NE(old, read_file("good"));
 }
 
 // A package that is never closed leaves the old file, or an empty one.

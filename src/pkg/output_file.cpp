@@ -124,7 +124,9 @@ bool OutputFile::commit(int fd) {
   return is_refusal(errno) && overwrite(fd); // another user's file in a folder such as /tmp
 }
 
+// One program after the other: two at the same time would leave a mixture.
 bool OutputFile::overwrite(int fd) const {
+  lock_file(m_output.get());
   struct stat status = {};
   if (fstat(fd, &status) != 0) {
     return false;
