@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "calls.h"
 
+#include "bench/random.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -8,30 +10,6 @@
 namespace bfcl::component {
 
 namespace {
-
-class Random {
-public:
-  explicit Random(std::uint64_t seed) : m_state(seed * 2 + 0x9E3779B97F4A7C15) {}
-
-  std::uint64_t next() {
-    m_state ^= m_state >> 12;
-    m_state ^= m_state << 25;
-    m_state ^= m_state >> 27;
-    return m_state * 0x2545F4914F6CDD1D;
-  }
-
-  // Below `limit`, which is small.
-  std::size_t below(std::size_t limit) { return (next() >> 32) % limit; }
-
-  void fill(unsigned char* bytes, std::size_t count) {
-    for (std::size_t i = 0; i < count; ++i) {
-      bytes[i] = static_cast<unsigned char>(next() >> 56);
-    }
-  }
-
-private:
-  std::uint64_t m_state;
-};
 
 // The layout of an IEEE 754 format.
 struct FloatFormat {

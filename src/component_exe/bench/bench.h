@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #pragma once
 
+#include "random.h"
+
 #include <algorithm>
 #include <cinttypes>
 #include <cstdarg>
@@ -35,6 +37,10 @@ struct Signal {
     std::memcpy(data, value, bytes());
     mask();
   }
+  void set(Random& random) const {
+    random.fill(data, bytes());
+    mask();
+  }
   void mask() const {
     if (bits % 8 != 0) {
       data[bytes() - 1] = static_cast<unsigned char>(data[bytes() - 1] & ((1U << bits % 8) - 1));
@@ -59,27 +65,6 @@ struct MemorySignals {
 struct Pointer {
   const char* name;
   std::size_t offset;
-};
-
-class Random {
-public:
-  explicit Random(std::uint64_t seed) : m_state(seed * 2 + 0x9E3779B97F4A7C15) {}
-  std::uint64_t next() {
-    m_state ^= m_state >> 12;
-    m_state ^= m_state << 25;
-    m_state ^= m_state >> 27;
-    return m_state * 0x2545F4914F6CDD1D;
-  }
-  bool chance(unsigned quarters) { return (next() >> 62) < quarters; }
-  void fill(const Signal& port) {
-    for (std::size_t i = 0; i < port.bytes(); ++i) {
-      port.data[i] = static_cast<unsigned char>(next() >> 56);
-    }
-    port.mask();
-  }
-
-private:
-  std::uint64_t m_state;
 };
 
 enum class Speed { fast, slow, mixed };

@@ -80,7 +80,7 @@ private:
   };
 
   void drive_read(bool answer) {
-    m_run.random.fill(m_signals.readdata);
+    m_signals.readdata.set(m_run.random);
     m_signals.readdatavalid.set(answer);
     if (answer) {
       const auto at = static_cast<std::size_t>(position(m_words.front().address));

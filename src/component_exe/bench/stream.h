@@ -150,7 +150,7 @@ private:
       m_top->resetn = 0;
       m_top->ivalid = m_run.phase.valid_in_reset;
       m_top->oready = oready;
-      m_run.random.fill(m_in);
+      m_in.set(m_run.random);
       drive_memories();
       settle();
       rising_edge();
@@ -220,7 +220,7 @@ private:
   void cycle(bool offer, bool accept) {
     if (!m_offers) {
       m_offers = offer && m_taken < m_last;
-      m_offers ? m_in.set(&m_run.files.arguments[m_taken * INPUT_BYTES]) : m_run.random.fill(m_in);
+      m_offers ? m_in.set(&m_run.files.arguments[m_taken * INPUT_BYTES]) : m_in.set(m_run.random);
     }
     m_top->ivalid = m_offers;
     m_top->oready = accept;
