@@ -80,14 +80,13 @@ protected:
 [[nodiscard]] std::unique_ptr<HdlText> verilog_text(const std::string& module,
                                                     const ParameterValues& parameters);
 
-// `types` are what vhdl_types gives, none of them unknown for a port that is connected.
+// `types` are what vhdl_types gives, none of them empty for a port that is connected.
 [[nodiscard]] std::unique_ptr<HdlText> vhdl_text(const std::string& entity,
                                                  const ParameterValues& generics,
                                                  const std::map<std::string, std::string>& types);
 
-// The type marks, such as "unsigned", of an entity's ports by their names, from the netlist that
-// ghdl writes; empty for a type that a wrapper cannot connect.
-[[nodiscard]] std::map<std::string, std::string> vhdl_types(const std::string& netlist);
+// Whether a wrapper can connect a port of this type, such as "unsigned".
+[[nodiscard]] bool can_connect_vhdl(const std::string& type);
 
 // The name of a module's wrapper.
 [[nodiscard]] std::string wrapper_name(const std::string& module);

@@ -3,8 +3,8 @@
 
 #include "description.h"
 #include "ghdl.h"
-#include "hdl_text.h"
 #include "rtl_text.h"
+#include "vhdl_types.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -233,14 +233,14 @@ void SourceSearch::drop_unneeded(const Report& report) {
 }
 
 void SourceSearch::note_types(Design& design, Report& report) {
-  m_sources.vhdl_types = vhdl_types(vhdl_netlist(m_request, report));
+  std::vector<std::string> texts;
+  for (const std::string& file : m_request.files) {
+    texts.push_back(file_kind(file) == FileKind::vhdl ? read_text(file) : "");
+  }
+  m_sources.vhdl_types = vhdl_types(vhdl_netlist(m_request, report), texts);
   for (Port& port : design.ports) {
-    const std::string& type = m_sources.vhdl_types[port.name];
-    const bool is_short_number =
-        port.width == 1 && (type.rfind("natural", 0) == 0 || type.rfind("positive", 0) == 0 ||
-                            type.rfind("integer", 0) == 0);
-    if (type.empty() || is_short_number) {
-      port.kind = PortKind::other;
+    if (m_sources.vhdl_types[port.name].empty()) {
+      port.kind = port.kind == PortKind::vector ? PortKind::other : port.kind;
     }
   }
 }

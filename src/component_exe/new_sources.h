@@ -19,7 +19,7 @@ struct NewSources {
   std::optional<Design> design;      // empty when the module does not elaborate
   std::vector<std::string> undriven; // outputs
   bool has_edges = true;             // whether one of the files has logic that an edge triggers
-  std::map<std::string, std::string> vhdl_types; // of the ports, of VHDL only; see hdl_text.h
+  std::map<std::string, std::string> vhdl_types; // of the ports, of VHDL only; see vhdl_types.h
 };
 
 // Elaborates a module from the files given and those beside them that it needs too. What keeps it

@@ -2,8 +2,6 @@
 #include "hdl_text.h"
 
 #include <algorithm>
-#include <cctype>
-#include <sstream>
 
 namespace bfcl::component {
 
@@ -28,7 +26,6 @@ constexpr TypeRow TYPES[] = {
     {"bit", false, "to_bit(%)", "to_stdulogic(%)"},
     {"bit_vector", true, "to_bitvector(%)", "to_stdlogicvector(%)"},
     {"natural", false, "to_integer(unsigned(%))", "std_logic_vector(to_unsigned(%, #))"},
-    {"positive", false, "to_integer(unsigned(%))", "std_logic_vector(to_unsigned(%, #))"},
     {"integer", false, "to_integer(signed(%))", "std_logic_vector(to_signed(%, #))"},
 };
 
@@ -54,6 +51,10 @@ std::string filled(std::string format, const std::string& value, unsigned width)
 bool is_simple(const std::string& value) {
   return value.find(" and ") == std::string::npos && value.find(" or ") == std::string::npos &&
          value.rfind("not ", 0) != 0;
+}
+
+bool is_number(const TypeRow& type) {
+  return std::string_view(type.from).find('#') != std::string_view::npos;
 }
 
 std::string bit_type(unsigned width) {
@@ -181,6 +182,9 @@ void VhdlText::drive(const Port& port, const std::string& value) {
            std::string(type.mark) == "bit_vector" ? "to_bit(" + value + ")" : value);
   } else if (std::string(type.mark) == "boolean" && value[0] == '\'') {
     assign(signal, value == "'1'" ? "true" : "false");
+  } else if (is_number(type) && port.width == 1) {
+    const char* vector = std::string_view(type.mark) == "integer" ? "signed" : "unsigned";
+    assign(signal, "to_integer(" + std::string(vector) + "'(0 => " + value + "))");
   } else {
     assign(signal, filled(type.to, value, port.width));
   }
@@ -194,6 +198,10 @@ std::string VhdlText::read(const Port& port) {
                                                   : signal + "(0)";
   }
   std::string value = filled(type.from, signal, port.width);
+  if (is_number(type) && port.width == 1) {
+    return "to_" + std::string(std::string_view(type.mark) == "integer" ? "signed" : "unsigned") +
+           "(" + signal + ", 1)(0)";
+  }
   if (std::string(type.mark) != "boolean") {
     return value;
   }
@@ -234,40 +242,8 @@ std::unique_ptr<HdlText> vhdl_text(const std::string& entity, const ParameterVal
   return std::make_unique<VhdlText>(entity, generics, types);
 }
 
-std::map<std::string, std::string> vhdl_types(const std::string& netlist) {
-  std::map<std::string, std::string> types;
-  std::istringstream lines(netlist);
-  bool is_port = false;
-  for (std::string line; std::getline(lines, line) && line != "end;";) {
-    std::transform(line.begin(), line.end(), line.begin(),
-                   [](unsigned char byte) { return static_cast<char>(std::tolower(byte)); });
-    const std::size_t colon = line.find(": ");
-    if (!is_port || colon == std::string::npos) {
-      is_port = is_port || line == "  port (";
-      continue;
-    }
-    std::istringstream words(line.substr(colon + 2));
-    std::string mark;
-    words >> mark;
-    if (mark == "in" || mark == "out" || mark == "inout" || mark == "buffer") {
-      words >> mark;
-    }
-    mark.erase(std::min(mark.find_first_of("(;"), mark.size()));
-    std::string range;
-    std::getline(words, range, ';');
-    const bool is_ranged = range.rfind(" range ", 0) == 0;
-    if (is_ranged) { // only numbers mean the same in the wrapper
-      const bool is_literal = range.find_first_not_of(" 0123456789todwn", 7) == std::string::npos;
-      mark = mark == "integer" ? "natural" : mark;
-      mark = !is_literal || range[7] == '-' ? "" : mark.append(range);
-    }
-    std::istringstream names(line.substr(0, colon));
-    for (std::string name; names >> name;) {
-      name.erase(std::min(name.find(','), name.size()));
-      types[name] = find_type(mark.substr(0, mark.find(' '))) != nullptr ? mark : "";
-    }
-  }
-  return types;
+bool can_connect_vhdl(const std::string& type) {
+  return find_type(type) != nullptr;
 }
 
 } // namespace bfcl::component
