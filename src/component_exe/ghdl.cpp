@@ -2,6 +2,7 @@
 #include "ghdl.h"
 
 #include "rtl_text.h"
+#include "verilog_keywords.h"
 #include "vhdl_elaboration.h"
 
 #include <algorithm>
@@ -239,7 +240,7 @@ std::string VhdlElaboration::netlist(const std::string& format) {
     return "";
   }
   // The top's names alone are spelled as its source spells them, and case does not count.
-  return format == "verilog" ? lower_case(result.output) : result.output;
+  return format == "verilog" ? escape_keywords(lower_case(result.output)) : result.output;
 }
 
 std::optional<Design> elaborate_vhdl(const ElaborationRequest& request, Report& report) {

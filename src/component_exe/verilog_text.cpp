@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "hdl_text.h"
+#include "verilog_keywords.h"
 
 #include <algorithm>
 #include <cctype>
@@ -27,7 +28,7 @@ std::string identifier(const std::string& name) {
     return byte == '_' || byte == '$' || std::isalnum(byte) != 0;
   });
   const bool has_start = std::isalpha(static_cast<unsigned char>(name[0])) != 0 || name[0] == '_';
-  return is_plain && has_start ? name : "\\" + name + " ";
+  return is_plain && has_start && !is_verilog_keyword(name) ? name : "\\" + name + " ";
 }
 
 class VerilogText : public HdlText {
