@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "simulation.h"
 
+#include "description.h"
 #include "process.h"
 #include "verilator_run.h"
 
@@ -317,6 +318,21 @@ bool write_bench(const SimulationJob& job, const SealedTree& tree) {
   return good;
 }
 
+namespace {
+
+// The first error, which the others mostly follow from.
+std::string describe_build(const SealedTree& tree, const ToolResult& result) {
+  for (const VerilatorMessage& message : parse_verilator_messages(result.errors)) {
+    if (result.end == ToolResult::End::exited && message.is_error && message.line != 0) {
+      return "verilator: " + tidy_path(tree.real_path(message.file)) + ":" +
+             std::to_string(message.line) + ": " + message.text;
+    }
+  }
+  return describe_failure("verilator", result);
+}
+
+} // namespace
+
 std::string build_bench(const SealedTree& tree, const std::vector<std::string>& sources, bool waves,
                         RuntimeObjects& objects) {
   const std::string build = tree.work() + "/bench";
@@ -331,7 +347,7 @@ std::string build_bench(const SealedTree& tree, const std::vector<std::string>& 
     }
   }
   copy_objects(build, objects.folder.path());
-  return result.ok() ? "" : describe_failure("verilator", result);
+  return result.ok() ? "" : describe_build(tree, result);
 }
 
 SimulationOutcome run_bench(const SealedTree& tree, const std::string& folder, std::uint64_t seed,
