@@ -29,20 +29,23 @@ bool is_among(const std::vector<std::string>& files, const std::string& path) {
                      [&](const std::string& file) { return is_same_file(file, path); });
 }
 
-// Orders files so that each comes behind those whose packages it uses, and keeps the order else.
-class PackageOrder {
+// Orders files so that each comes behind those whose packages and, in VHDL, entities it uses, and
+// keeps the order else.
+class UseOrder {
 public:
-  explicit PackageOrder(const std::vector<std::string>& files) : m_files(files) {
+  explicit UseOrder(const std::vector<std::string>& files) : m_files(files) {
     for (const std::string& file : files) {
       const FileKind kind = file_kind(file);
-      m_texts.push_back(kind == FileKind::verilog ? blank_comments(read_text(file), kind) : "");
-      std::vector<std::string> packages;
+      const bool is_hdl = kind == FileKind::verilog || kind == FileKind::vhdl;
+      const std::string text = is_hdl ? blank_comments(read_text(file), kind) : "";
+      m_texts.push_back(kind == FileKind::vhdl ? lower_case(text) : text);
+      std::vector<std::string> units;
       for (const RtlUnit& unit : units_in(m_texts.back(), kind)) {
-        if (unit.keyword == "package") {
-          packages.push_back(unit.name);
+        if (unit.keyword == "package" || unit.keyword == "entity") {
+          units.push_back(unit.name);
         }
       }
-      m_packages.push_back(std::move(packages));
+      m_units.push_back(std::move(units));
     }
     m_is_visited.resize(files.size());
   }
@@ -55,10 +58,10 @@ public:
   }
 
 private:
-  // Whether file `user` uses a package of file `provider`.
+  // Whether file `user` uses a unit of file `provider`.
   [[nodiscard]] bool uses(std::size_t user, std::size_t provider) const {
     return user != provider &&
-           std::any_of(m_packages[provider].begin(), m_packages[provider].end(),
+           std::any_of(m_units[provider].begin(), m_units[provider].end(),
                        [&](const std::string& name) { return has_word(m_texts[user], name); });
   }
   void visit(std::size_t index) {
@@ -76,7 +79,7 @@ private:
 
   const std::vector<std::string>& m_files;
   std::vector<std::string> m_texts;
-  std::vector<std::vector<std::string>> m_packages; // that each file defines
+  std::vector<std::vector<std::string>> m_units; // packages and entities that each file defines
   std::vector<bool> m_is_visited;
   std::vector<std::string> m_ordered;
 };
@@ -106,7 +109,6 @@ private:
   void note_types(Design& design, Report& report);
   void note_undriven(const Report& report, const Design& design);
   void check_extensions(Report& report);
-  void follow_order(const Design& design);
   void add(const std::string& path, const std::string& why) {
     m_request.files.push_back(path);
     m_sources.notes.push_back(tidy_path(path) + ": added, " + why);
@@ -121,7 +123,7 @@ NewSources SourceSearch::run(Report& report) {
   std::optional<Design> design;
   Report last;
   for (unsigned round = 0; round < MAX_ROUNDS; ++round) {
-    m_request.files = PackageOrder(m_request.files).order();
+    m_request.files = UseOrder(m_request.files).order();
     m_request.file_places.clear();
     for (const std::string& file : m_request.files) {
       m_request.file_places.push_back({file, 0});
@@ -143,7 +145,6 @@ NewSources SourceSearch::run(Report& report) {
   }
   drop_unneeded(last);
   note_undriven(last, *design);
-  follow_order(*design);
   check_extensions(report);
   m_sources.files = m_request.files;
   m_sources.has_edges = false;
@@ -237,7 +238,11 @@ void SourceSearch::note_types(Design& design, Report& report) {
   for (const std::string& file : m_request.files) {
     texts.push_back(file_kind(file) == FileKind::vhdl ? read_text(file) : "");
   }
-  m_sources.vhdl_types = vhdl_types(vhdl_netlist(m_request, report), texts);
+  Report of_netlist; // its findings are known
+  m_sources.vhdl_types = vhdl_types(vhdl_netlist(m_request, of_netlist), texts);
+  if (of_netlist.status() == STATUS_NOT_CHECKED) {
+    report.merge(std::move(of_netlist));
+  }
   for (Port& port : design.ports) {
     if (m_sources.vhdl_types[port.name].empty()) {
       port.kind = port.kind == PortKind::vector ? PortKind::other : port.kind;
@@ -254,24 +259,6 @@ void SourceSearch::note_undriven(const Report& report, const Design& design) {
         m_sources.undriven.push_back(port.name);
       }
     }
-  }
-}
-
-// Of VHDL, ghdl gives the files in an order that works.
-void SourceSearch::follow_order(const Design& design) {
-  std::vector<std::string> ordered;
-  for (const std::string& module_file : design.module_files) {
-    for (const std::string& file : m_request.files) {
-      if (file_kind(file) == FileKind::vhdl && is_same_file(file, module_file) &&
-          !is_among(ordered, file)) {
-        ordered.push_back(file);
-      }
-    }
-  }
-  if (!ordered.empty()) {
-    std::erase_if(m_request.files,
-                  [](const auto& file) { return file_kind(file) == FileKind::vhdl; });
-    m_request.files.insert(m_request.files.begin(), ordered.begin(), ordered.end());
   }
 }
 

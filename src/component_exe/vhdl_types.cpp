@@ -16,12 +16,6 @@ constexpr unsigned MAX_DEPTH = 20; // of subtypes of subtypes
 
 using Definitions = std::map<std::string, std::string>; // by the subtype's name
 
-std::string lower(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(),
-                 [](unsigned char byte) { return static_cast<char>(std::tolower(byte)); });
-  return text;
-}
-
 // Notes each "subtype NAME is DEFINITION;".
 void note_subtypes(const std::string& text, Definitions& definitions) {
   std::istringstream words(text);
@@ -76,10 +70,10 @@ std::map<std::string, std::string> vhdl_types(const std::string& netlist,
                                               const std::vector<std::string>& sources) {
   Definitions definitions;
   for (const std::string& source : sources) {
-    note_subtypes(lower(blank_comments(source, FileKind::vhdl)), definitions);
+    note_subtypes(lower_case(blank_comments(source, FileKind::vhdl)), definitions);
   }
   std::map<std::string, std::string> types;
-  std::istringstream lines(lower(netlist));
+  std::istringstream lines(lower_case(netlist));
   bool is_port = false;
   for (std::string line; std::getline(lines, line) && line != "end;";) {
     const std::size_t colon = line.find(": ");
