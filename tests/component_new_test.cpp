@@ -124,12 +124,13 @@ const Module MODULES[] = {
      "wire go = a_stb & b_stb & (~z_stb | z_ack); assign a_ack = go; assign b_ack = go;\n"
      "always @(posedge clk) begin if (go) z <= a + b; z_stb <= ~rst & (go | (z_stb & ~z_ack)); end\nendmodule\n"},
     {"wait", "vhd",
-     "library ieee; use ieee.std_logic_1164.all; use ieee.numeric_std.all;\nentity later is\n"
+     "library ieee; use ieee.std_logic_1164.all; use ieee.numeric_std.all; use work.types.all;\nentity later is\n"
      "port (clk : in std_logic; rst_n : in std_logic; start, up : in std_logic; n : in natural range 0 to 100;\n"
-     "a : in unsigned(11 downto 0); q : out unsigned(11 downto 0); done : out std_logic; big : out boolean);\n"
-     "end;\narchitecture a of later is begin\nprocess (clk) begin if rising_edge(clk) then\n"
-     "done <= start and rst_n; big <= a > 100; q <= a + n; if up = '0' then q <= a; end if;\n"
-     "end if; end process;\nend;\n"},
+     "wire : in integer range -8 to 7; a : in word; q : out word; done : out std_logic; big : out boolean);\n"
+     "end;\narchitecture a of later is signal reg : word; begin q <= reg;\nprocess (clk) begin if rising_edge(clk) "
+     "then\n"
+     "done <= start and rst_n; big <= a > 100; reg <= a + n - unsigned(to_signed(wire, 12)); if up = '0' then\n"
+     "reg <= a; end if; end if; end process;\nend;\n"},
 };
 
 class ComponentNewCommandTest : public InTempDir {
@@ -147,6 +148,8 @@ protected:
 
 TEST_F(ComponentNewCommandTest, WhatIsWrittenIsCheckedAndPackaged) {
   fs::create_directory("rtl files");
+  write_file("rtl files/types.vhd", "library ieee; use ieee.numeric_std.all;\npackage types is\n"
+                                    "subtype word is unsigned(11 downto 0);\nend;\n");
   for (const Module& module : MODULES) {
     SCOPED_TRACE(module.name);
     const std::string source = std::string("rtl files/") + module.name + "." + module.extension;
@@ -156,6 +159,7 @@ TEST_F(ComponentNewCommandTest, WhatIsWrittenIsCheckedAndPackaged) {
     words.insert(words.end(), module.options.begin(), module.options.end());
     const Outcome made = component(words);
     EXPECT_EQ(made.status, 0) << made.out << made.err;
+    EXPECT_EQ(made.out.find("are measured") == std::string::npos, name == "step") << made.out;
     const std::string spec = "made here/" + name + ".xml";
     const Outcome checked = component({"check", spec});
     EXPECT_EQ(checked.status, 0) << checked.out << checked.err;

@@ -131,7 +131,7 @@ std::optional<Measurement> parse(const std::string& text) {
 std::optional<Measurement> measure_module(const MeasuredModule& module) {
   SealedTree tree;
   RuntimeObjects objects;
-  if (!tree.create(module.files) || !write_file(tree.work() + "/wrapper.sv", module.wrapper) ||
+  if (!tree.create(module.files) || !write_file(tree.work() + "/component.sv", module.text) ||
       !write_file(tree.work() + "/bfcl_bench.sv", bench_text(module)) ||
       !write_file(tree.work() + "/bench.cpp", MEASURING_PROGRAM)) {
     return std::nullopt;
@@ -142,7 +142,7 @@ std::optional<Measurement> measure_module(const MeasuredModule& module) {
       sources.push_back(tree.name(i));
     }
   }
-  sources.push_back(tree.work() + "/wrapper.sv");
+  sources.push_back(tree.work() + "/component.sv");
   if (!build_bench(tree, sources, false, objects).empty()) {
     return std::nullopt;
   }

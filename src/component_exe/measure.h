@@ -19,7 +19,7 @@ struct MeasuredModule {
   std::array<std::string, vex::efi::VRM_SIGNAL_NAME.size()> signals; // ports, by index
   std::vector<std::string> inputs;                                   // ports
   std::vector<std::string> files; // paths: Verilog in an order that works, includes, data
-  std::string wrapper;            // the text of one more Verilog file, or empty
+  std::string text;               // of one more Verilog file, or empty
 };
 
 struct Measurement {

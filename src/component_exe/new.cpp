@@ -2,8 +2,11 @@
 #include "commands.h"
 #include "component_names.h"
 #include "description.h"
+#include "ghdl.h"
 #include "new_files.h"
 #include "new_sources.h"
+#include "process.h"
+#include "rtl_text.h"
 #include "wrapper.h"
 
 #include <CLI/CLI.hpp>
@@ -11,6 +14,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 
 namespace bfcl::component {
 
@@ -150,6 +154,8 @@ private:
   [[nodiscard]] std::optional<Measurement> measure(const Design& design, const PortPlan& plan,
                                                    const NewComponent& component,
                                                    const std::string& wrapper) const;
+  [[nodiscard]] std::string netlist(const NewComponent& component,
+                                    const std::string& wrapper) const;
   [[nodiscard]] std::string path_of(const std::string& file) const {
     return (fs::path(m_options.folder) / file).lexically_normal().string();
   }
@@ -196,18 +202,39 @@ void NewCommand::make_component(const Design& design) {
   }
 }
 
-// The timing of a component that passes its own handshake on. The others have a known one.
+// The wrapper, or the module itself, as Verilog; empty when ghdl is missing or fails.
+std::string NewCommand::netlist(const NewComponent& component, const std::string& wrapper) const {
+  const TempFolder folder;
+  const std::string path = folder.path() + "/wrapper.vhd";
+  ElaborationRequest request;
+  request.top = component.module;
+  request.files = m_sources.files;
+  request.parameters = component.parameters;
+  if (!wrapper.empty()) {
+    std::ofstream(path, std::ios::binary) << wrapper;
+    request.files.push_back(path);
+  }
+  Report ignored;
+  return vhdl_as_verilog(request, ignored);
+}
+
+// The timing of a component that can stall. Others have a known one.
 std::optional<Measurement> NewCommand::measure(const Design& design, const PortPlan& plan,
                                                const NewComponent& component,
                                                const std::string& wrapper) const {
-  if (design.ignores_case || (plan.scheme != Scheme::stream && plan.scheme != Scheme::direct)) {
+  if (plan.scheme == Scheme::pipeline) {
     return std::nullopt;
   }
   MeasuredModule module;
   module.name = component.module;
-  module.parameters = component.parameters;
-  module.files = m_sources.files;
-  module.wrapper = wrapper;
+  if (design.ignores_case) {
+    module.name = lower_case(component.module);
+    module.text = netlist(component, wrapper);
+  } else {
+    module.parameters = component.parameters;
+    module.files = m_sources.files;
+    module.text = wrapper;
+  }
   for (std::size_t i = 0; i < module.signals.size(); ++i) {
     module.signals[i] = signal_port(design, plan, vex::efi::VRM_SIGNAL_NAME[i]);
   }
@@ -260,9 +287,10 @@ void NewCommand::write(const Design& design, const PortPlan& plan) {
   if (timing) {
     std::printf("%s: EXPECTED_LATENCY and CAPACITY are measured, with words of zeros\n",
                 files.back().path.c_str());
-  } else if (plan.scheme == Scheme::stream || plan.scheme == Scheme::direct) {
-    std::printf("%s: CAPACITY is a guess; `bfcl component simulate` says what it is\n",
-                files.back().path.c_str());
+  } else if (plan.scheme != Scheme::pipeline) {
+    std::printf("%s: EXPECTED_LATENCY%s a guess; `bfcl component simulate` says what is wrong\n",
+                files.back().path.c_str(),
+                plan.scheme == Scheme::call ? " is" : " and CAPACITY are");
   }
 }
 
