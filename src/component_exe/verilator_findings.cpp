@@ -14,6 +14,21 @@ namespace {
 
 namespace fs = std::filesystem;
 
+// The name in a text that a message is about.
+std::string name_at(const std::string& text, const VerilatorMessage& message) {
+  std::size_t from = 0;
+  for (unsigned line = 1; line < message.line && from != std::string::npos; ++line) {
+    from = text.find('\n', from);
+    from += from == std::string::npos ? 0 : 1;
+  }
+  if (from == std::string::npos || message.column == 0 || message.column > text.size() - from) {
+    return "";
+  }
+  from += message.column - 1;
+  const std::size_t end = text.find_first_of(" \t\r\n,;)[", from);
+  return text.substr(from, std::min(end, text.size()) - from);
+}
+
 } // namespace
 
 bool is_consequence(const VerilatorMessage& message) {
@@ -40,14 +55,18 @@ void VerilogElaboration::report_rest(const VerilatorRun& run) {
   }
   for (const VerilatorMessage& message : run.messages) {
     const Place place = message.file.empty() ? m_request.top_place : place_of(message);
-    if (!message.is_error || dealt_with.contains(place) || is_consequence(message)) {
-      continue;
-    }
     if (message.text.starts_with("Unsupported: Interfaced port on top level")) {
       dealt_with.insert(place);
       m_report.error("port-kind", place,
-                     "a port of the module is an interface, which no component can have");
-    } else if (message.text.starts_with("Unsupported:")) {
+                     "port '" + name_at(read_text(m_tree.real_path(message.file)), message) +
+                         "' is an interface, which no component can have; put a module around '" +
+                         m_job.top + "' whose ports are vectors");
+      continue;
+    }
+    if (!message.is_error || dealt_with.contains(place) || is_consequence(message)) {
+      continue;
+    }
+    if (message.text.starts_with("Unsupported:")) {
       m_report.cannot_check(m_request.subject(), "verilator cannot read " + place.file + ":" +
                                                      std::to_string(place.line) + ": " +
                                                      message.text);

@@ -77,7 +77,7 @@ std::vector<std::string> command_line(const SealedTree& tree, const VerilatorJob
 }
 
 // Reads "FILE:LINE:COLUMN: " off the front of a text. The names of a sealed tree have no colon.
-bool take_place(std::string_view& text, std::string& file, unsigned& line) {
+bool take_place(std::string_view& text, std::string& file, unsigned& line, unsigned& column) {
   const std::size_t end = text.find(':');
   if (end == std::string_view::npos || end == 0) {
     return false;
@@ -94,6 +94,7 @@ bool take_place(std::string_view& text, std::string& file, unsigned& line) {
   const std::size_t blank = text.find(": "); // of the column
   if (blank != std::string_view::npos &&
       text.substr(0, blank).find_first_not_of("0123456789") == std::string_view::npos) {
+    std::from_chars(text.data(), text.data() + blank, column);
     text.remove_prefix(blank + 1);
   }
   text.remove_prefix(std::min(text.find_first_not_of(' '), text.size()));
@@ -113,7 +114,8 @@ void note_other_place(std::string_view line, VerilatorMessage& message) {
   line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));
   std::string file;
   unsigned number = 0;
-  if (message.other_line == 0 && take_place(line, file, number) &&
+  unsigned column = 0;
+  if (message.other_line == 0 && take_place(line, file, number, column) &&
       take_prefix(line, "... Location of")) {
     message.other_file = file;
     message.other_line = number;
@@ -144,7 +146,7 @@ std::vector<VerilatorMessage> parse_verilator_messages(const std::string& text) 
     if (!take_prefix(rest, ": ")) {
       continue;
     }
-    take_place(rest, message.file, message.line);
+    take_place(rest, message.file, message.line, message.column);
     message.text = rest;
     messages.push_back(std::move(message));
   }

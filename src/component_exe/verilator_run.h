@@ -26,6 +26,7 @@ struct VerilatorMessage {
   std::string code; // "MODDUP" of "%Warning-MODDUP: …", or empty
   std::string file; // as the tool names it, or empty
   unsigned line = 0;
+  unsigned column = 0; // from 1; 0 when it is not said
   std::string text;
   // The other place of a message with two.
   std::string other_file;
