@@ -102,7 +102,7 @@ public:
   NewSources run(Report& report);
 
 private:
-  void ask_for_parameters(Report& report) const;
+  static void report_open(Report last, Report& report);
   bool add_missing(const Report& report);
   bool add_data(const Design& design, Report& report);
   void drop_unneeded(const Report& report);
@@ -139,8 +139,7 @@ NewSources SourceSearch::run(Report& report) {
         return finding.severity == Severity::error && finding.rule != "port-undriven";
       });
   if (!design || !is_sound || !add_data(*design, report)) {
-    ask_for_parameters(last);
-    report.merge(std::move(last));
+    report_open(std::move(last), report);
     return std::move(m_sources);
   }
   drop_unneeded(last);
@@ -163,21 +162,37 @@ NewSources SourceSearch::run(Report& report) {
   return std::move(m_sources);
 }
 
-// A parameter without a value is no fault of the module.
-void SourceSearch::ask_for_parameters(Report& report) const {
-  const auto findings = report.findings();
-  for (const Finding& finding : findings) {
-    const std::size_t quote = finding.text.find('\'');
-    if (finding.text.rfind("Parameter without initial value", 0) == 0 &&
-        quote != std::string::npos) {
-      const std::string name = finding.text.substr(quote + 1, finding.text.rfind('\'') - quote - 1);
-      report.error("question", finding.place,
-                   std::string(name)
-                       .append(": the parameter has no value; --param ")
-                       .append(name)
-                       .append("=VALUE gives it one"));
+// What the tools call errors, although no fault of the module: what only its users can know.
+void SourceSearch::report_open(Report last, Report& report) {
+  struct Opening {
+    const char* text; // of the tool, up to the name
+    char quote;       // around the name
+    const char* rule;
+    const char* question; // behind the name; its "%" is the name
+  };
+  constexpr Opening OPENINGS[] = {
+      {"Parameter without initial value", '\'', "question",
+       ": the parameter has no value; --param %=VALUE gives it one"},
+      {"(generic \"", '"', "question", ": the generic has no value; --param %=VALUE gives it one"},
+      {"(port \"", '"', "unfit",
+       ": the port's bounds are not given; put an entity around it whose ports have bounds"},
+  };
+  Report questions;
+  for (const Finding& finding : last.findings()) {
+    for (const Opening& opening : OPENINGS) {
+      const std::size_t quote = finding.text.find(opening.quote);
+      if (finding.text.starts_with(opening.text) && quote != std::string::npos) {
+        const std::string name =
+            finding.text.substr(quote + 1, finding.text.find(opening.quote, quote + 1) - quote - 1);
+        std::string text = name + opening.question;
+        if (const std::size_t at = text.find('%'); at != std::string::npos) {
+          text.replace(at, 1, name);
+        }
+        questions.error(opening.rule, finding.place, std::move(text));
+      }
     }
   }
+  report.merge(std::move(questions.has_errors() ? questions : last));
 }
 
 bool SourceSearch::add_missing(const Report& report) {
