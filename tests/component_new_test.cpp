@@ -42,6 +42,7 @@ struct Row {
   const char* expected; // the scheme and the letters, or a part of the question
   std::vector<std::pair<std::string, std::string>> roles = {};
   std::optional<unsigned> latency = {};
+  bool has_edges = true;
 };
 
 const Row ROWS[] = {
@@ -67,6 +68,11 @@ const Row ROWS[] = {
     {">clk >wr_en >din:8 <full >rd_en <dout:8 <empty <count:3", "first word fall through"},
     {">clk >wr_en >din:8 <full >rd_en <dout:8 <empty <count:3", "stream CVIyYOv-", {{"rd_en", "ready"}}},
     {">clk >a:8 <q:8", "--latency N"},
+    {">in_i:8 <cnt_o:3 <empty_o", "pipeline IOO", {}, {}, false},
+    {">valid_i <ready_o >a:8 <valid_o >ready_i <q:8", "stream VYIVYO", {}, {}, false},
+    {">clk >rst >req:4 <gnt:4 <gnt_valid", "pipeline CRIOO", {}, 1},
+    {">wclk >wrst_n >winc >wdata:8 <wfull >rinc <rdata:8 <rempty", "stream CrVIyYOv", {{"rinc", "ready"}}},
+    {">clk >init >next >a:8 <ready <q:8", "more than one port may begin a call"},
     {">wclk >rclk >a:8 <q:8", "a component has one clock"},
     {">clk >start >in_valid >a:8 <done <q:8", "more than one port may begin a call"},
     {">clk >req <ack >a:8 <q:8", "--map ack=done"},
@@ -92,6 +98,7 @@ TEST(ComponentNewTest, PortsAreWhatTheirNamesSayOrAQuestion) {
     PortChoices choices;
     choices.roles = row.roles;
     choices.latency = row.latency;
+    choices.has_edges = row.has_edges;
     const PortPlan plan = plan_ports(design_of(row.ports), choices);
     if (plan.problems.empty()) {
       const char* schemes[] = {"direct ", "stream ", "call ", "pipeline "};
@@ -171,7 +178,7 @@ TEST_F(ComponentNewCommandTest, WhatIsWrittenIsCheckedAndPackaged) {
   }
 }
 
-TEST_F(ComponentNewCommandTest, AStreamIsMeasured) {
+TEST_F(ComponentNewCommandTest, TimingIsMeasured) {
   write_file(
       "queue.sv",
       "module queue(input logic clk, rst, input logic [31:0] in_data, input logic in_valid, output logic in_ready,\n"
@@ -185,6 +192,15 @@ TEST_F(ComponentNewCommandTest, AStreamIsMeasured) {
   EXPECT_NE(made.out.find("queue.xml: EXPECTED_LATENCY and CAPACITY are measured"), std::string::npos) << made.out;
   const std::string spec = read_file("queue.xml");
   EXPECT_NE(spec.find("<EXPECTED_LATENCY value=\"1\"/>\n      <CAPACITY value=\"4\"/>"), std::string::npos) << spec;
+  // Here the module takes a call, and ends it, in one clock.
+  write_file(
+      "hls.v",
+      "module hls(input ap_clk, input ap_rst, input ap_start, output ap_done, output ap_idle, output ap_ready,\n"
+      "input [31:0] a, output [31:0] ap_return);\nreg [1:0] s; assign ap_done = s == 3; assign ap_ready = s == 3;\n"
+      "assign ap_idle = s == 0; assign ap_return = a + 1;\n"
+      "always @(posedge ap_clk) s <= ap_rst ? 0 : s == 0 ? {1'b0, ap_start} : s + 1;\nendmodule\n");
+  EXPECT_EQ(component({"new", "hls", "hls.v"}).status, 0);
+  EXPECT_NE(read_file("hls.xml").find("<EXPECTED_LATENCY value=\"5\"/>"), std::string::npos) << read_file("hls.xml");
 }
 
 TEST_F(ComponentNewCommandTest, NothingIsWrittenWithAQuestion) {

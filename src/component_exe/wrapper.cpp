@@ -49,6 +49,9 @@ private:
   std::string begin(const std::string& valid);
   std::string fork(const std::vector<std::size_t>& readies, const std::string& valid);
   void stream();
+  std::string ends_at_once(const std::string& asked, const std::string& taken,
+                           const std::string& calling, const std::string& done,
+                           const std::string& ends);
   void call();
   void pipeline();
   void leave_rest_open();
@@ -220,6 +223,22 @@ void Wrapper::stream() {
   m_text.assign(m_plan.result, read_result());
 }
 
+// When a call may end in the clock in which the module takes it; empty for never. A done may still
+// be high from the call before, unless it was low while the module was asked.
+std::string Wrapper::ends_at_once(const std::string& asked, const std::string& taken,
+                                  const std::string& calling, const std::string& done,
+                                  const std::string& ends) {
+  if (m_plan.uses[*m_plan.ends[0].valid].role == Role::valid) {
+    return asked;
+  }
+  if (taken.empty()) {
+    return "";
+  }
+  const std::string was_low = flag("done_was_low");
+  m_text.flag(was_low, m_text.both(calling, m_text.negated(done)), ends);
+  return m_text.both(asked, was_low);
+}
+
 void Wrapper::call() {
   const std::string idle = flag("idle");
   const std::string begins = flag("begins");
@@ -237,16 +256,15 @@ void Wrapper::call() {
   m_text.assign("ovalid", finished);
   drive_arguments(begins);
 
-  std::string taken = begin(calling);
+  const std::string taken = begin(calling);
   const std::string asked = taken.empty() ? calling : m_text.both(calling, taken);
-  const std::size_t end = *m_plan.ends[0].valid;
-  // A done may still be high from the call before while the module takes the next one.
-  const bool may_end_at_once = m_plan.uses[end].role == Role::valid;
+  const std::string done = active(*m_plan.ends[0].valid);
   m_text.comment("What the module is asked, and that it has answered.");
-  m_text.assign(
-      ends, m_text.both(active(end), may_end_at_once ? m_text.either(running, asked) : running));
+  const std::string at_once = ends_at_once(asked, taken, calling, done, ends);
+  m_text.assign(ends,
+                m_text.both(done, at_once.empty() ? running : m_text.either(running, at_once)));
   m_text.flag(calling, begins, taken);
-  m_text.flag(running, may_end_at_once ? m_text.both(asked, m_text.negated(ends)) : asked, ends);
+  m_text.flag(running, at_once.empty() ? asked : m_text.both(asked, m_text.negated(ends)), ends);
   m_text.flag(finished, ends, "oready");
   if (m_plan.ends[0].ready.has_value()) {
     drive(*m_plan.ends[0].ready, m_text.literal("1"));
