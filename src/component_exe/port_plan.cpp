@@ -22,9 +22,7 @@ PortPlan Planner::plan() {
   if (m_plan.problems.empty()) {
     settle_clock();
     settle_resets();
-    settle_begin();
-    settle_ends();
-    settle_readies();
+    settle_handshake();
     settle_rest();
     settle_scheme();
   }
@@ -60,6 +58,39 @@ void Planner::settle_resets() {
       tie(index, m_names[index].low ? '1' : '0', "by its name a second reset: never active");
     }
   }
+}
+
+// Without a clock a valid or an enable is a value like any other, unless words are stopped too; and
+// so is the valid of a result of which a number of clocks says when it comes.
+void Planner::settle_handshake() {
+  const std::vector<PortUse> before = m_plan.uses;
+  const std::size_t problems = m_plan.problems.size();
+  settle_begin();
+  settle_ends();
+  settle_readies();
+  const bool has_logic = m_choices.has_edges || !with_role(Role::clock, Direction::input).empty();
+  const bool is_pipeline = m_choices.latency.has_value() && m_plan.begins.empty();
+  if (is_pipeline || (!has_logic && !is_stream())) {
+    m_plan.uses = before;
+    m_plan.begins.clear();
+    m_plan.ends.clear();
+    m_plan.problems.resize(problems);
+    for (PortName& name : m_names) {
+      const bool is_value = name.word == Word::valid || name.word == Word::ready ||
+                            name.word == Word::start || name.word == Word::done;
+      name.word = is_value ? Word::data : name.word;
+    }
+  }
+}
+
+// Whether every word has a valid and a ready.
+bool Planner::is_stream() const {
+  const auto is_full = [](const Channel& channel) { return channel.ready.has_value(); };
+  return !m_plan.begins.empty() && !m_plan.ends.empty() &&
+         std::all_of(m_plan.begins.begin(), m_plan.begins.end(), is_full) &&
+         std::all_of(m_plan.ends.begin(), m_plan.ends.end(), is_full) &&
+         with_role(Role::start, Direction::input).empty() &&
+         with_role(Role::done, Direction::output).empty();
 }
 
 void Planner::settle_begin() {
@@ -303,7 +334,6 @@ void Planner::ask_for_latency() {
 }
 
 void Planner::settle_calls() {
-  const auto is_full = [](const Channel& channel) { return channel.ready.has_value(); };
   if (m_plan.begins.empty()) {
     Indices bits;
     for (const std::size_t index : with_role(Role::input, Direction::input)) {
@@ -313,7 +343,8 @@ void Planner::settle_calls() {
     }
     ask("none of its inputs says that the arguments are valid; --map PORT=valid says which does, "
         "--map PORT=start if it begins a call" +
-        (bits.empty() ? "" : " (" + list(bits) + ")"));
+        (bits.empty() ? "" : " (" + list(bits) + ")") +
+        "; --latency N if it takes arguments in every clock and gives each result N clocks later");
   } else if (m_plan.ends.empty()) {
     const Indices readies = with_role(Role::ready, Direction::output);
     readies.empty()
@@ -321,10 +352,7 @@ void Planner::settle_calls() {
         : ask(readies[0], "no output says that a result is valid; --map " + port(readies[0]).name +
                               "=done" + (m_names[readies[0]].low ? ":low" : "") +
                               " if this one does, --map PORT=valid for another one");
-  } else if (std::all_of(m_plan.begins.begin(), m_plan.begins.end(), is_full) &&
-             std::all_of(m_plan.ends.begin(), m_plan.ends.end(), is_full) &&
-             with_role(Role::start, Direction::input).empty() &&
-             with_role(Role::done, Direction::output).empty()) {
+  } else if (is_stream()) {
     m_plan.scheme = is_direct() ? Scheme::direct : Scheme::stream;
   } else if (m_plan.ends.size() > 1) {
     ask(*m_plan.ends[1].valid, "more than one output says that a result is valid; --map " +

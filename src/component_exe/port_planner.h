@@ -103,6 +103,8 @@ private:
   void refuse_unfit(std::size_t index);
   void settle_clock();
   void settle_resets();
+  void settle_handshake();
+  [[nodiscard]] bool is_stream() const;
   void settle_begin();
   void settle_weak_begin();
   void settle_ends();
