@@ -4,6 +4,7 @@
 #include "support.h"
 #include "unique_fd.h"
 
+#include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -528,7 +529,10 @@ TEST_F(Pkg, AFileWithTwoNamesIsWrittenByOneProgramAtATime) {
     lock = unique_fd(); // which is the parent's, too
     _exit(vex_pkg_close_file_checked(open_package("good", CREATE).release()) == 1 ? 0 : 1);
   }
-  while (waitpid(child, nullptr, WNOHANG) == 0 && read_file("/proc/locks").find("->") == std::string::npos) {
+  // Until the child waits, as far as the system shows that.
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+  while (waitpid(child, nullptr, WNOHANG) == 0 && std::chrono::steady_clock::now() < end &&
+         read_file("/proc/locks").find("->") == std::string::npos) {
   }
   EXPECT_EQ(old, read_file("good"));
   lock = unique_fd();
