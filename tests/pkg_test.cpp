@@ -720,7 +720,8 @@ TEST_F(Pkg, EditingRefusesWhatCannotBeWrittenSafely) {
       {with_bytes(good, 50, std::string(2, '\0')), "No string table section\n"},
       {with_bytes(good, header_at(good, 1, 4), word(1)), "No usable string table section\n"},
       {with_bytes(good, header_at(good, 1, 20), word(16)), "No usable string table section\n"},
-      {with_bytes(good, header_at(good, 1, 32), word(0x80000000)), "Section alignment of 2147483648 bytes is not supported\n"},
+      {with_bytes(good, header_at(good, 1, 32), word(0x80000000)),
+       "Section alignment of 2147483648 bytes is not supported\n"},
       {with_bytes(good, header_at(good, 3, 32), word(0x20000)), "Section alignment of 131072 bytes is not supported\n"},
       {with_bytes(good, header_at(good, 1, 20), word(0)), ""},
   };
