@@ -140,6 +140,7 @@ TEST_F(Packages, ShowJson) {
   EXPECT_EQ(0, result.status);
   EXPECT_EQ(expected, nlohmann::json::parse(result.out)) << result.out;
 }
+  EXPECT_NE(std::string::npos, result.out.find("v\\ufffd")); // ASCII: nothing disturbs a terminal
 
 TEST_F(Packages, ShowReportsFaultsAndGoesOn) {
   write_file("bad.bfco", replaced(read_file("add.bfco"), "<RTL_SPEC>", "<RTL_SPUR>"));

@@ -53,7 +53,7 @@ int show_json(const std::vector<std::string>& paths) {
     }
   }
   const auto replace = nlohmann::ordered_json::error_handler_t::replace; // of what is not UTF-8
-  std::puts(document.dump(2, ' ', false, replace).c_str());
+  std::puts(document.dump(2, ' ', true, replace).c_str()); // in ASCII, as a terminal may show it
   return status;
 }
 
