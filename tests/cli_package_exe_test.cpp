@@ -3,6 +3,7 @@
 #include "package_exe/tree.h"
 #include "support.h"
 
+#include <clocale>
 #include <cstdlib>
 #include <sstream>
 
@@ -491,3 +492,7 @@ TEST(Tree, TextsThatAreTooLongGoOn) {
             "      \x1b[1mxxxxxxxxxxxxx y\x1b[0m\n",
             print_tree(root, {false, true, 24}));
 }
+  ASSERT_NE(nullptr, std::setlocale(LC_CTYPE, "C.UTF-8"));
+  EXPECT_EQ(
+      "a\u6f22\u6f22\u6f22\u6f22\u6f22\u6f22\u6f22\u6f22\u6f22\n  \u6f22\n",
+      print_tree({"a\u6f22\u6f22\u6f22\u6f22\u6f22\u6f22\u6f22\u6f22\u6f22\u6f22", false, {}}, {false, false, 20}));

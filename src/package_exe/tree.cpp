@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <cwchar>
 #include <string_view>
 
 #include <langinfo.h>
@@ -28,11 +29,27 @@ constexpr std::size_t BRANCH_WIDTH = 4;
 constexpr std::size_t HANGING_INDENT = 2;
 constexpr std::size_t MIN_TEXT_WIDTH = 20;
 
-// The bytes of the longest beginning of the text with at most `width` characters.
+// The columns of a terminal that the character takes; 1 if the locale does not know it.
+std::size_t count_columns(std::string_view character) {
+  wchar_t code = 0;
+  std::mbstate_t state = {};
+  const std::size_t length = std::mbrtowc(&code, character.data(), character.size(), &state);
+  const int columns = length == character.size() ? wcwidth(code) : -1;
+  return columns >= 0 ? static_cast<std::size_t>(columns) : 1;
+}
+
+// The bytes of the longest beginning of the text that takes at most `width` columns.
 std::size_t find_fitting_length(std::string_view text, std::size_t width) {
   std::size_t length = 0;
-  for (std::size_t count = 0; count < width && length < text.size(); ++count) {
-    length += std::max<std::size_t>(printable_character_length(text.substr(length)), 1);
+  for (std::size_t columns = 0; length < text.size();) {
+    const std::string_view rest = text.substr(length);
+    const std::string_view character =
+        rest.substr(0, std::max<std::size_t>(printable_character_length(rest), 1));
+    columns += count_columns(character);
+    if (columns > width) {
+      break;
+    }
+    length += character.size();
   }
   return length;
 }

@@ -25,8 +25,8 @@ struct TreeStyle {
 // UTF-8 locale.
 TreeStyle find_style_of_stdout();
 
-// The tree as lines of at most `width` characters. A longer text continues in the next line, at a
-// blank if there is one.
+// The tree as lines of at most `width` columns of a terminal, where the locale of LC_CTYPE gives
+// the columns of a character. A longer text continues in the next line, at a blank if there is one.
 std::string print_tree(const TreeNode& root, const TreeStyle& style);
 
 } // namespace bfcl::package
