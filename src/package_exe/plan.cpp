@@ -13,9 +13,9 @@ using namespace vex::efi;
 
 namespace {
 
-// A folder that replaces each "." of the directory prefix. The packaging command counts "." in
-// the path of a specification as a folder, so names may climb one level more than there are
-// folders.
+// A folder that replaces each "." of the directory prefix, and each "" of "//". The packaging
+// command counts both in the path of a specification as folders, so names may climb one level more
+// than there are folders.
 constexpr const char* STAND_IN_FOLDER = "unpacked";
 
 std::vector<std::string_view> split_path(std::string_view path) {
@@ -75,17 +75,19 @@ private:
       prefix.remove_suffix(1);
     }
     const auto words = split_path(prefix);
-    if (words.size() > MAX_PLANNED_DEPTH || !std::all_of(words.begin(), words.end(), [](auto word) {
-          return word == "." || is_file_name(word);
-        })) {
+    const auto is_no_folder = [](auto word) { return word.empty() || word == "."; };
+    if (words.size() > MAX_PLANNED_DEPTH || words.front().empty() ||
+        !std::all_of(words.begin(), words.end(),
+                     [&](auto word) { return is_no_folder(word) || is_file_name(word); })) {
       return false;
     }
-    for (auto stand_ins = std::count(words.begin(), words.end(), "."); stand_ins > 0; --stand_ins) {
+    for (auto stand_ins = std::count_if(words.begin(), words.end(), is_no_folder); stand_ins > 0;
+         --stand_ins) {
       enter(m_place, STAND_IN_FOLDER);
       m_path.append(STAND_IN_FOLDER).append("/");
     }
     for (const std::string_view word : words) {
-      if (word != ".") {
+      if (!is_no_folder(word)) {
         enter(m_place, word);
       }
       m_path.append(word).append("/");
