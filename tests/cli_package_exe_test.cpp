@@ -470,6 +470,7 @@ TEST_F(Packages, Usage) {
                                              {"unpack"},
                                              {"unpack", "mix.bfco", "lib.bfclib"},
                                              {"unpack", "mix.bfco", "-C", ""},
+                                             {"unpack", "mix.bfco", "--function", ""},
                                              {"show", "--unknown", "mix.bfco"}}) {
     const Outcome result = bfcl_package(words);
     EXPECT_EQ(2, result.status);

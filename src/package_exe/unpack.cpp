@@ -147,7 +147,8 @@ void add_unpack(CLI::App& command, int* status) {
       ->check([](const std::string& path) { return path.empty() ? "no folder" : ""; });
   command
       .add_option("--function", options->function, "only the package that defines this function")
-      ->type_name("NAME");
+      ->type_name("NAME")
+      ->check([](const std::string& name) { return name.empty() ? "no function" : ""; });
   command.add_flag("--packages", options->packages, "split a library into its packages");
   command.add_flag("--list", options->list, "print the paths and write nothing");
   command.add_flag("--force", options->force, "replace files that exist");
