@@ -6,7 +6,6 @@
 #include "specification.h"
 
 #include <algorithm>
-#include <map>
 #include <set>
 
 namespace bfcl::package {
@@ -92,17 +91,15 @@ private:
   std::string m_where;
 };
 
-bool defines(const ComponentPackage& package, const std::string& function) {
-  return std::find(package.functions.begin(), package.functions.end(), function) !=
-         package.functions.end();
-}
-
 class TableCheck {
 public:
   TableCheck(const PackageFile& library, std::vector<std::string>& faults)
       : m_library(library), m_faults(faults) {
     for (const ComponentPackage& package : library.components) {
-      m_packages.emplace(package.section, &package);
+      m_sections.insert(package.section);
+      for (const std::string& function : package.functions) {
+        m_defined.insert(package.section + " " + function);
+      }
     }
   }
 
@@ -134,11 +131,10 @@ private:
   }
 
   void check_hdl_function(const LibraryFunction& function, const std::string& name) {
-    const auto package = m_packages.find(function.section);
-    if (package == m_packages.end()) {
+    if (!m_sections.contains(function.section)) {
       m_faults.push_back(format_text(".vex.comp_table: no component package %s for function %s",
                                      printable(function.section).c_str(), name.c_str()));
-    } else if (!defines(*package->second, function.name)) {
+    } else if (!m_defined.contains(function.section + " " + function.name)) {
       m_faults.push_back(format_text(".vex.comp_table: %s does not define function %s",
                                      printable(function.section).c_str(), name.c_str()));
     }
@@ -162,8 +158,9 @@ private:
 
   const PackageFile& m_library;
   std::vector<std::string>& m_faults;
-  std::map<std::string, const ComponentPackage*> m_packages; // by section
-  Names m_seen;                                              // kind and name
+  Names m_sections; // of component packages
+  Names m_defined;  // section and function
+  Names m_seen;     // kind and function
 };
 
 void check_targets(const PackageFile& file, std::vector<std::string>& faults) {
