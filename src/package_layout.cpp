@@ -95,12 +95,13 @@ private:
                               m_table, m_image.size()));
     }
     if (m_header.e_shentsize != sizeof(Elf32_Shdr)) {
-      return fail(
-          format_text("damaged: section headers of %u bytes", unsigned{m_header.e_shentsize}));
+      return fail(format_text("damaged: section headers of %s",
+                              format_count(m_header.e_shentsize, "byte").c_str()));
     }
     m_count = m_header.e_shnum != 0 ? m_header.e_shnum : section(0).sh_size;
     if (m_count > room / sizeof(Elf32_Shdr)) {
-      return fail(format_text("cut short: %zu section headers at byte %zu of %zu", m_count, m_table,
+      return fail(format_text("cut short: %s at byte %zu of %zu",
+                              format_count(m_count, "section header").c_str(), m_table,
                               m_image.size()));
     }
     return true;

@@ -69,6 +69,10 @@ std::string printable(std::string_view text) {
   return result;
 }
 
+std::string format_count(std::size_t count, const char* noun) {
+  return format_text("%zu %s%s", count, noun, count == 1 ? "" : "s");
+}
+
 std::string format_text(const char* format, ...) {
   std::va_list arguments;
   va_start(arguments, format);

@@ -15,5 +15,8 @@ std::size_t printable_character_length(std::string_view text);
 // as it is, backslashes included.
 std::string printable(std::string_view text);
 
+// The number and the noun: "1 byte", "2 bytes".
+std::string format_count(std::size_t count, const char* noun);
+
 // What printf prints, as a string.
 [[gnu::format(printf, 1, 2)]] std::string format_text(const char* format, ...);

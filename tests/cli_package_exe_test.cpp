@@ -104,9 +104,9 @@ TEST_F(Packages, Show) {
                 indented("component package .vex.comp.mix, " + size("mix.bfco") + mix, true),
             show({"lib.bfclib"}));
   write_file("code",
-             make_package({{".vex.clang_ir.x86_64-unknown-linux-ostrahw", "BC"}, {".vex.clang_ir.spir64", ""}}));
+             make_package({{".vex.clang_ir.x86_64-unknown-linux-ostrahw", "BC"}, {".vex.clang_ir.spir64", "B"}}));
   EXPECT_EQ("code: OpenCL package, " + size("code") +
-                "├── target x86_64-unknown-linux-ostrahw, 2 bytes\n└── target spir64, 0 bytes\n",
+                "├── target x86_64-unknown-linux-ostrahw, 2 bytes\n└── target spir64, 1 byte\n",
             show({"code"}));
 }
 
@@ -140,8 +140,8 @@ TEST_F(Packages, ShowJson) {
   const Outcome result = bfcl_package({"show", "--json", "lib"});
   EXPECT_EQ(0, result.status);
   EXPECT_EQ(expected, nlohmann::json::parse(result.out)) << result.out;
-}
   EXPECT_NE(std::string::npos, result.out.find("v\\ufffd")); // ASCII: nothing disturbs a terminal
+}
 
 TEST_F(Packages, ShowReportsFaultsAndGoesOn) {
   write_file("bad.bfco", replaced(read_file("add.bfco"), "<RTL_SPEC>", "<RTL_SPUR>"));
@@ -298,7 +298,7 @@ TEST_F(Packages, HostileNamesAreRefused) {
       {component(std::string("a\0b/", 4), {}), ".dir_container: not names of folders"},
       {component(std::string(300, 'd') + "/", {}), ".dir_container: not names of folders"},
       {component(deep, {}), ".dir_container: not names of folders"},
-      {component("d/", {}), ".dir_container: 1 folders, but file names climb 0 levels"},
+      {component("d/", {}), ".dir_container: 1 folder, but file names climb 0 levels"},
       {component("", {{".source.", ""}}), ".source.: not a file name"},
       {component("", {{".source.a/", ""}}), ".source.a/: not a file name"},
       {component("", {{".source.a/..", ""}}), ".source.a/..: not a file name"},
@@ -434,7 +434,7 @@ TEST_F(Packages, Verify) {
                      {".xml_spec.mix.xml", XML},
                      {".comp_header", "mix HDL\nmix HDL\n<END_OF_TABLE>"}}),
        ".comp_header: a function is there twice\n"},
-      {replaced(mix, "mix/", "m/x/"), ".dir_container: 2 folders, but file names climb 1 levels\n"},
+      {replaced(mix, "mix/", "m/x/"), ".dir_container: 2 folders, but file names climb 1 level\n"},
       {replaced(mix, "mix/", "../."), ".dir_container: no \"/\" at the end\n"},
       {replaced(read_file("lib.bfclib"), "<RTL_SPEC>\n<FUNCTION name='add'", "<RTL_SPEC>\n<FUNCTION name='bad'"),
        ".vex.comp.add: function bad of the specification is not in .comp_header\n"
@@ -493,8 +493,8 @@ TEST(Tree, TextsThatAreTooLongGoOn) {
             "`-- \x1b[1m\u00e4\u00f6\u00fcxxxxxxxxxxxxxxxxx\x1b[0m\n"
             "      \x1b[1mxxxxxxxxxxxxx y\x1b[0m\n",
             print_tree(root, {false, true, 24}));
-}
   ASSERT_NE(nullptr, std::setlocale(LC_CTYPE, "C.UTF-8"));
   EXPECT_EQ(
       "a\u6f22\u6f22\u6f22\u6f22\u6f22\u6f22\u6f22\u6f22\u6f22\n  \u6f22\n",
       print_tree({"a\u6f22\u6f22\u6f22\u6f22\u6f22\u6f22\u6f22\u6f22\u6f22\u6f22", false, {}}, {false, false, 20}));
+}

@@ -51,7 +51,8 @@ public:
     }
     if (m_faults.size() == old_faults && m_levels != m_climbed) {
       add_fault(DIR_CONTAINER_SECTION,
-                format_text("%zu folders, but file names climb %zu levels", m_levels, m_climbed));
+                format_text("%s, but file names climb %s", format_count(m_levels, "folder").c_str(),
+                            format_count(m_climbed, "level").c_str()));
     }
     return m_faults.size() == old_faults ? m_path + m_package.specification_name : "";
   }

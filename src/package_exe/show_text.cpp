@@ -57,32 +57,32 @@ void add_inputs(const EFIElem& elem, TreeNode& node) {
         access == MEM_INPUT_SCALAR
             ? ""
             : format_text(", %s pointer", MEM_INPUT_ACCESS_TYPE_NAME[access]);
-    node.add(format_text("input %s, %u bits%s", printable(elem.m_input_names[i]).c_str(),
-                         elem.m_input_widths[i], pointer.c_str()));
+    node.add(format_text("input %s, %s%s", printable(elem.m_input_names[i]).c_str(),
+                         format_count(elem.m_input_widths[i], "bit").c_str(), pointer.c_str()));
   }
 }
 
 void add_memory_ports(const EFIElem& elem, TreeNode& node) {
   for (std::size_t i = 0; i < elem.m_mem_port_names.size(); ++i) {
     const std::string& location = elem.m_mem_port_buffer_locations[i];
-    node.add(
-        format_text("memory port %s, %u bits, burst width %u, %s%s%s",
-                    printable(elem.m_mem_port_names[i]).c_str(), elem.m_mem_port_widths[i],
-                    elem.m_mem_port_burst_widths[i], printable(elem.m_mem_port_optypes[i]).c_str(),
-                    location.empty() ? "" : ", buffer location ", printable(location).c_str()));
+    node.add(format_text(
+        "memory port %s, %s, burst width %u, %s%s%s", printable(elem.m_mem_port_names[i]).c_str(),
+        format_count(elem.m_mem_port_widths[i], "bit").c_str(), elem.m_mem_port_burst_widths[i],
+        printable(elem.m_mem_port_optypes[i]).c_str(), location.empty() ? "" : ", buffer location ",
+        printable(location).c_str()));
   }
 }
 
 void add_resources(const EFIElem& elem, TreeNode& node) {
-  const std::pair<double, const char*> resources[] = {{elem.m_aluts, "ALUTs"},
-                                                      {elem.m_ffs, "FFs"},
-                                                      {elem.m_rams, "RAMs"},
-                                                      {elem.m_dsps, "DSPs"},
-                                                      {elem.m_mlabs, "MLABs"}};
+  const std::pair<double, const char*> resources[] = {{elem.m_aluts, "ALUT"},
+                                                      {elem.m_ffs, "FF"},
+                                                      {elem.m_rams, "RAM"},
+                                                      {elem.m_dsps, "DSP"},
+                                                      {elem.m_mlabs, "MLAB"}};
   std::vector<std::string> texts;
   for (const auto& [count, name] : resources) {
     if (count != 0) {
-      texts.push_back(format_text("%g %s", count, name));
+      texts.push_back(format_text("%g %s%s", count, name, count == 1 ? "" : "s"));
     }
   }
   if (!texts.empty()) {
@@ -99,8 +99,8 @@ void add_component(const EFIElem& elem, TreeNode& node) {
   component.add(describe_signals(elem));
   add_inputs(elem, component);
   if (!elem.m_output_name.empty()) {
-    component.add(format_text("output %s, %u bits", printable(elem.m_output_name).c_str(),
-                              elem.m_output_width));
+    component.add(format_text("output %s, %s", printable(elem.m_output_name).c_str(),
+                              format_count(elem.m_output_width, "bit").c_str()));
   }
   add_memory_ports(elem, component);
   for (std::size_t i = 0; i < elem.m_parameter_names.size(); ++i) {
@@ -112,7 +112,8 @@ void add_component(const EFIElem& elem, TreeNode& node) {
 
 void add_files(const ComponentPackage& package, TreeNode& node) {
   const auto add = [&node](const char* kind, const std::string& name, std::string_view bytes) {
-    node.add(format_text("%s %s, %zu bytes", kind, printable(name).c_str(), bytes.size()));
+    node.add(format_text("%s %s, %s", kind, printable(name).c_str(),
+                         format_count(bytes.size(), "byte").c_str()));
   };
   if (!package.directory_prefix.empty()) {
     node.add("directory prefix " + printable(package.directory_prefix));
@@ -145,9 +146,10 @@ void add_library(const ShownFile& file, TreeNode& root) {
                        printable(library.name).c_str(), printable(library.vendor).c_str()));
   for (std::size_t i = 0; i < library.components.size(); ++i) {
     const ComponentPackage& package = library.components[i];
-    TreeNode& node = root.add(format_text("component package %s, %zu bytes",
-                                          printable(package.section).c_str(), package.image.size()),
-                              true);
+    TreeNode& node =
+        root.add(format_text("component package %s, %s", printable(package.section).c_str(),
+                             format_count(package.image.size(), "byte").c_str()),
+                 true);
     add_package(package, file.specs[i].get(), node);
   }
   std::vector<std::string> opencl_functions;
@@ -168,18 +170,18 @@ TreeNode make_tree(const ShownFile& file) {
   const char* kind = package.kind == PackageKind::LIBRARY     ? "library"
                      : package.kind == PackageKind::COMPONENT ? "component package"
                                                               : "OpenCL package";
-  TreeNode root = {
-      format_text("%s: %s, %zu bytes", printable(file.path).c_str(), kind, package.image.size()),
-      true,
-      {}};
+  TreeNode root = {format_text("%s: %s, %s", printable(file.path).c_str(), kind,
+                               format_count(package.image.size(), "byte").c_str()),
+                   true,
+                   {}};
   if (package.kind == PackageKind::LIBRARY) {
     add_library(file, root);
   } else if (package.kind == PackageKind::COMPONENT) {
     add_package(package.components.front(), file.specs.front().get(), root);
   }
   for (const ClangIr& code : package.clang_ir) {
-    root.add(
-        format_text("target %s, %zu bytes", printable(code.target).c_str(), code.bytes.size()));
+    root.add(format_text("target %s, %s", printable(code.target).c_str(),
+                         format_count(code.bytes.size(), "byte").c_str()));
   }
   return root;
 }
