@@ -268,13 +268,14 @@ Written write_files(const std::string& destination, const PlannedFolder& root, b
     return {};
   }
   if (!fd) {
-    std::error_code ignored; // opening tells
-    std::filesystem::create_directories(destination, ignored);
+    std::error_code error;
+    std::filesystem::create_directories(destination, error);
     fd = open_root();
-  }
-  if (!fd) {
-    faults.push_back(format_text("%s: %s", printable(destination).c_str(), std::strerror(errno)));
-    return {};
+    if (!fd) {
+      const std::string reason = error ? error.message() : std::strerror(errno);
+      faults.push_back(format_text("%s: %s", printable(destination).c_str(), reason.c_str()));
+      return {};
+    }
   }
   target.write(root, fd.get());
   return target.take_result();
