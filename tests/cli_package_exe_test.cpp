@@ -412,6 +412,8 @@ TEST_F(Packages, Verify) {
       {make_package({{ir("x86_64-unknown-linux-ostrahw"), ""}}), "ok\n"},
       {make_package({{ir("spir64-unknown-unknown-ostrahw"), ""}}),
        "no section .vex.clang_ir.x86_64-unknown-linux-ostrahw beside those of other targets\n"},
+      {make_package({{ir("x86_64-unknown-linux-ostrahw"), ""}, {ir("x"), ""}}),
+       "section .vex.clang_ir.x: no target that \"create\" takes\n"},
       {add.substr(0, add.size() - 1), "cut short: 8 section headers at byte 5272 of 5591\n"},
       {replaced(add, "<RTL_SPEC>", "<RTL_SPUR>"),
        "XML error: XML_ERROR_MISMATCHED_ELEMENT, Error=XML_ERROR_MISMATCHED_ELEMENT ErrorID=14 (0xe) Line number=1: "

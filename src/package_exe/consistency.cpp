@@ -14,8 +14,10 @@ using namespace vex::efi;
 
 namespace {
 
-// "create" takes no OpenCL package without this target.
+// "create" takes no OpenCL package without this target, and no code for others than the three.
 constexpr const char* REQUIRED_TARGET = "x86_64-unknown-linux-ostrahw";
+constexpr std::string_view TARGETS[] = {"spir64-unknown-unknown-ostrahw", REQUIRED_TARGET,
+                                        "x86_64-pc-windows-ostrahw"};
 
 using Names = std::set<std::string>;
 
@@ -167,6 +169,12 @@ void check_targets(const PackageFile& file, std::vector<std::string>& faults) {
   const bool found =
       std::any_of(file.clang_ir.begin(), file.clang_ir.end(),
                   [](const ClangIr& code) { return code.target == REQUIRED_TARGET; });
+  for (const ClangIr& code : file.clang_ir) {
+    if (std::find(std::begin(TARGETS), std::end(TARGETS), code.target) == std::end(TARGETS)) {
+      faults.push_back(format_text("section .vex.clang_ir.%s: no target that \"create\" takes",
+                                   printable(code.target).c_str()));
+    }
+  }
   if (!file.clang_ir.empty() && !found) {
     faults.push_back(
         format_text("no section .vex.clang_ir.%s beside those of other targets", REQUIRED_TARGET));
