@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
+#include "discard.h"
 #include "helpers.h"
 #include "output_file.h"
 
@@ -156,4 +157,11 @@ unsigned vex_pkg_close_file_checked(vex_pkg_file* pkg) {
 
 void vex_pkg_close_file(vex_pkg_file* pkg) {
   static_cast<void>(vex_pkg_close_file_checked(pkg));
+}
+
+void vex::pkg::discard(vex_pkg_file* pkg) {
+  if (pkg != nullptr) {
+    pkg->dirty = false;
+    vex_pkg_close_file(pkg);
+  }
 }

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
+#include "discard.h"
 #include "helpers.h"
 
 #include <algorithm>
@@ -235,12 +236,8 @@ bool begin_package(vex_pkg_file* pkg, const char* name, unsigned mode) {
   return true;
 }
 
-// Closes a handle that was not handed out, without writing anything.
 struct package_discarder {
-  void operator()(vex_pkg_file* pkg) const {
-    pkg->dirty = false;
-    vex_pkg_close_file(pkg);
-  }
+  void operator()(vex_pkg_file* pkg) const { discard(pkg); }
 };
 
 } // namespace

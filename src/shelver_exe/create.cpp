@@ -8,6 +8,7 @@
 #include "malloc_ptr.h"
 #include "opencl.h"
 #include "package.h"
+#include "pkg/discard.h"
 #include "usage.h"
 #include "vex_assert.h"
 
@@ -29,8 +30,8 @@ const char* NAMED_ARGS[NAMED_ARG_COUNT] = {"-name", "-vendor", "-version", "-o"}
 
 constexpr const char* TOOL_VERSION = "18.1.0.222";
 
-// A library that is being created. It is closed (which writes it) when it is destroyed; then the
-// bitcode files are removed, and the output file unless the library was finished.
+// A library that is being created. When it is destroyed, the bitcode files are removed, and the
+// output file unless the library was finished.
 class LibraryBuild {
 public:
   LibraryBuild(const std::string& path, const std::vector<std::string>& inputs)
@@ -39,7 +40,7 @@ public:
   }
   ~LibraryBuild() {
     vex_assert_cleanup = nullptr;
-    m_library.reset();
+    vex::pkg::discard(m_library.release());
     remove_files();
   }
   LibraryBuild(const LibraryBuild&) = delete;
