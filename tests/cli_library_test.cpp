@@ -122,6 +122,14 @@ TEST_F(Library, AnOutputThatCannotBeOpenedStays) {
   EXPECT_TRUE(std::filesystem::exists("busy"));
 }
 
+TEST_F(Library, AFailureWritesNothing) {
+  write_file("other name", "old");
+  std::filesystem::create_hard_link("other name", "out");
+  expect_failure({"create", "-o", "out", "a.bfco", "b.bfco", "c"}, "Error: Cannot open component package file c!\n",
+                 "Couldn't open c: No such file or directory\n");
+  EXPECT_EQ("old", read_file("other name"));
+}
+
 TEST_F(Library, AFailureRemovesWhatALinkLeadsTo) {
   std::filesystem::create_symlink("target", "link");
   EXPECT_EQ(1, bfcl_library({"create", "-o", "link", "a.bfco", "fake.bfclib"}).status);

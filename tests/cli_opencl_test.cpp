@@ -163,6 +163,15 @@ TEST_F(OpenCl, Failures) {
   EXPECT_NE(std::string::npos, library({"create", "-v", "-o", "lib", "ocl"}).out.find("Return code is 32512\n"));
 }
 
+// Runs with the same library use the same bitcode files.
+TEST_F(OpenCl, OneRunAtATimeMakesALibrary) {
+  write_package("ocl", {{LINUX, "define void @f()"}});
+  write_file("lib", "");
+  std::filesystem::create_hard_link("lib", "other name"); // which is locked while it is written, too
+  EXPECT_TRUE(waits_for_lock("lib", [] { library({"create", "-o", "lib", "ocl"}); }));
+  EXPECT_EQ("f LLVM_IR <clang_ir>\n<END_OF_TABLE>", section_of("lib", ".vex.comp_table"));
+}
+
 TEST_F(OpenCl, AMissingOptimiserFindsNothing) {
   std::filesystem::remove("tools/bfcl-opt");
   write_package("ocl", {{LINUX, "define void @f()"}});

@@ -2,9 +2,7 @@
 #include "pkg.h"
 
 #include "support.h"
-#include "unique_fd.h"
 
-#include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -522,21 +520,7 @@ TEST_F(Pkg, ConcurrentReadersAndWriters) {
 TEST_F(Pkg, AFileWithTwoNamesIsWrittenByOneProgramAtATime) {
   const std::string old = make_package();
   link("good", "other name");
-  unique_fd lock(open("good", O_RDWR));
-  lock_file(lock.get());
-  const pid_t child = fork();
-  if (child == 0) {
-    lock = unique_fd(); // which is the parent's, too
-    _exit(vex_pkg_close_file_checked(open_package("good", CREATE).release()) == 1 ? 0 : 1);
-  }
-  // Until the child waits, as far as the system shows that.
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(2);
-  while (waitpid(child, nullptr, WNOHANG) == 0 && std::chrono::steady_clock::now() < end &&
-         read_file("/proc/locks").find("->") == std::string::npos) {
-  }
-  EXPECT_EQ(old, read_file("good"));
-  lock = unique_fd();
-  waitpid(child, nullptr, 0);
+  EXPECT_TRUE(waits_for_lock("good", [] { open_package("good", CREATE); }));
   EXPECT_NE(old, read_file("good"));
 }
 

@@ -2,7 +2,9 @@
 #include "support.h"
 
 #include "pkg.h"
+#include "unique_fd.h"
 
+#include <chrono>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
@@ -157,6 +159,26 @@ std::string section_names_of(const std::string& package) {
     }
   }
   return names;
+}
+
+bool waits_for_lock(const std::string& path, const std::function<void()>& action) {
+  unique_fd lock(open(path.c_str(), O_RDWR));
+  lock_file(lock.get());
+  const pid_t child = fork();
+  if (child == 0) {
+    lock = unique_fd(); // or it would be the child's, too
+    action();
+    _exit(0);
+  }
+  // Until the child waits, as far as the system shows that.
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+  bool runs = true;
+  while (runs && std::chrono::steady_clock::now() < end && read_file("/proc/locks").find("->") == std::string::npos) {
+    runs = waitpid(child, nullptr, WNOHANG) == 0;
+  }
+  lock = unique_fd();
+  waitpid(child, nullptr, 0);
+  return runs;
 }
 
 InTempDir::InTempDir() : m_old(std::filesystem::current_path()) {

@@ -53,6 +53,9 @@ std::string section_of(const std::string& package, const std::string& section);
 // The names of a package's sections as readelf lists them, one a line.
 std::string section_names_of(const std::string& package);
 
+// Runs an action in a child process while this one has a file's lock. Whether the action waited for it.
+bool waits_for_lock(const std::string& path, const std::function<void()>& action);
+
 // Each test works in a new directory, which is removed after it.
 class InTempDir : public testing::Test {
 protected:

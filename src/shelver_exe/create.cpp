@@ -58,7 +58,7 @@ private:
   bool read_header(vex_pkg_file* package, const std::string& path);
   bool parse_header(const std::string& path, std::string& first_function, std::string& section);
   bool check_kernels() const;
-  void remove_files() const;
+  void remove_files();
 
   std::string m_path;
   bool m_remove_output = false;
@@ -74,7 +74,7 @@ private:
 };
 
 // Of a symbolic link, the file that it leads to, unless its full path cannot be found.
-void LibraryBuild::remove_files() const {
+void LibraryBuild::remove_files() {
   m_opencl.remove_files();
   std::array<char, PATH_MAX> target = {};
   if (m_remove_output && file_is_a_regular_file(m_path)) {
@@ -240,6 +240,7 @@ bool LibraryBuild::add_texts(const std::vector<std::string>& values) {
 }
 
 bool LibraryBuild::finish() {
+  m_opencl.remove_files();
   m_remove_output = !close_new_package(std::move(m_library), m_path);
   return !m_remove_output;
 }

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <string_view>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -107,9 +108,29 @@ void extract_function_and_kernel_lists(std::FILE* stream, std::vector<std::strin
   }
 }
 
-void OpenClCode::remove_files() const {
+void OpenClCode::remove_files() {
   for (const std::string& file : m_written) {
     unlink(file.c_str());
+  }
+  m_written.clear();
+  m_lock = unique_fd();
+}
+
+// Runs that make the same library use the same bitcode files: each waits for the one before, which
+// may have replaced or removed the file that was locked.
+void OpenClCode::lock_library() {
+  constexpr int flags = O_RDWR | O_CREAT | O_CLOEXEC | O_NONBLOCK;
+  constexpr int max_runs = 1000;
+  const char* path = m_library_path.c_str();
+  bool done = false;
+  for (int run = 0; run < max_runs && !done; ++run) {
+    m_lock = unique_fd(open(path, flags, 0666));
+    lock_file(m_lock.get());
+    struct stat locked = {};
+    struct stat status = {};
+    done = fstat(m_lock.get(), &locked) != 0 ||
+           (stat(path, &status) == 0 && status.st_dev == locked.st_dev &&
+            status.st_ino == locked.st_ino);
   }
 }
 
@@ -153,6 +174,9 @@ bool OpenClCode::take_section(vex_pkg_file* package, const char* section, const 
 }
 
 bool OpenClCode::take(vex_pkg_file* package, const std::string& path) {
+  if (!m_lock) {
+    lock_library();
+  }
   for (std::size_t i = 0; i < m_files.size(); ++i) {
     const char* section = CLANG_IR_TYPE_SECT_NAME[i];
     if (vex_pkg_section_exists(package, section, nullptr) == 0) {

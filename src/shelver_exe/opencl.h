@@ -2,6 +2,7 @@
 #pragma once
 
 #include "pkg.h"
+#include "unique_fd.h"
 
 #include <array>
 #include <cstdio>
@@ -50,10 +51,11 @@ public:
   bool link_into(vex_pkg_file* library, std::vector<std::string>& kernels,
                  std::vector<std::string>& functions);
 
-  // Removes the bitcode files.
-  void remove_files() const;
+  // Removes the bitcode files. From then on, another run may write them.
+  void remove_files();
 
 private:
+  void lock_library();
   bool take_section(vex_pkg_file* package, const char* section, const std::string& file);
   bool link_target(vex_pkg_file* library, const char* section,
                    const std::vector<std::string>& files, const std::string& linked_file);
@@ -61,6 +63,7 @@ private:
 
   std::string m_library_path;
   const std::vector<std::string>& m_inputs;
+  unique_fd m_lock; // a descriptor of the library's file
   std::array<std::vector<std::string>, CLANG_IR_TYPE_SECT_NAME.size()> m_files; // of each target
   std::vector<std::string> m_written;                                           // to be removed
 };
