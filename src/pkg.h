@@ -112,6 +112,7 @@ unsigned vex_pkg_read_section(vex_pkg_file* pkg, const char* name, char* buffer,
                               std::size_t buffer_size);
 
 // Writes the section's bytes into a file, which is replaced if it exists; it is whole or unchanged.
+// Unlike a package at its close, it is not flushed to the disk.
 unsigned vex_pkg_read_section_into_file(vex_pkg_file* pkg, const char* name, const char* path);
 
 // Replaces a section's contents; its header stays as it is.

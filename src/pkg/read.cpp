@@ -84,7 +84,6 @@ public:
 
   // False with errno set.
   [[nodiscard]] bool commit();
-  [[nodiscard]] bool close() { return ::close(m_fd.release()) == 0; }
 
 private:
   const char* m_path;
@@ -120,8 +119,10 @@ std::size_t SectionFile::write(const void* bytes, std::size_t size) {
   });
 }
 
+// A file system of the network may write the bytes, or fail to, when a descriptor is closed.
 bool SectionFile::commit() {
-  if (!m_output.commit(m_fd.get())) {
+  const unique_fd other(fcntl(m_fd.get(), F_DUPFD_CLOEXEC, 0));
+  if (close(m_fd.release()) != 0 || !m_output.commit(other.get())) {
     return false;
   }
   m_new = false;
@@ -196,13 +197,13 @@ unsigned vex_pkg_read_section_into_file(vex_pkg_file* pkg, const char* name, con
     return report_open_error();
   }
   const std::size_t written = file.write(data->d_buf, data->d_size);
-  if (written == data->d_size && !file.commit()) {
-    return report_open_error();
-  }
-  if (!file.close() || written < data->d_size) {
+  if (written < data->d_size) {
     report(pkg->show_errors, "Wrote only %zu out of %zu bytes into %s for writing", written,
            data->d_size, path);
     return 0;
+  }
+  if (!file.commit()) {
+    return report_open_error();
   }
   if (pkg->show_info) {
     std::printf("Wrote %zu bytes from section '%s' to file %s\n", written, name, path);

@@ -43,9 +43,10 @@ class PartFile {
 public:
   explicit PartFile(const std::string& folder) : m_path(folder + "/.bfcl-XXXXXX") {
     m_fd = unique_fd(mkostemp(m_path.data(), O_CLOEXEC));
+    m_exists = static_cast<bool>(m_fd);
   }
   ~PartFile() {
-    if (m_fd) {
+    if (m_exists) {
       unlink(m_path.c_str());
     }
   }
@@ -53,17 +54,16 @@ public:
   PartFile& operator=(const PartFile&) = delete;
 
   [[nodiscard]] int fd() const { return m_fd.get(); }
+  // A file system of the network may write the bytes, or fail to, when the file is closed.
   [[nodiscard]] bool rename_to(const std::string& path) {
-    if (std::rename(m_path.c_str(), path.c_str()) != 0) {
-      return false;
-    }
-    m_fd = unique_fd();
-    return true;
+    m_exists = close(m_fd.release()) != 0 || std::rename(m_path.c_str(), path.c_str()) != 0;
+    return !m_exists;
   }
 
 private:
   std::string m_path;
   unique_fd m_fd;
+  bool m_exists = false;
 };
 
 // Writes a new file. It gets its name when it is complete, because the next run skips a file of
