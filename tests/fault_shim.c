@@ -1,8 +1,8 @@
 /* SPDX-License-Identifier: BSD-3-Clause */
 /* Preloaded into a program, breaks one call of the C library: the FAULT_AT-th one of the function
  * FAULT_CALL. The FAULT_ACTION is "fail" (an error), "end" (the end of the file, as of one that
- * shrank) or "kill" (SIGKILL). A broken write writes half. The call creates the file
- * FAULT_MARK. Other programs run as usual. */
+ * shrank), "kill" (SIGKILL) or "meet" (runs the command FAULT_MEETS, and then the call as usual). A
+ * broken write writes half. The call creates the file FAULT_MARK. Other programs run as usual. */
 #include <errno.h>
 #include <signal.h>
 #include <stddef.h>
@@ -60,6 +60,10 @@ static int is_broken(const char* name) {
     return 0;
   }
   syscall(SYS_close, syscall(SYS_open, mark, 0101 /* O_WRONLY | O_CREAT */, 0600));
+  if (is_action("meet")) {
+    call = NULL;
+    return system(getenv("FAULT_MEETS")) == -1;
+  }
   return 1;
 }
 

@@ -233,6 +233,21 @@ protected:
     prepare();
   }
 
+  // Two runs at the same time leave what one leaves.
+  void judge_meeting(const Outcome& run, const std::string& fault) {
+    EXPECT_EQ(m_good.status, run.status) << fault << "\n" << run.out << run.err;
+    EXPECT_TRUE(m_results == files()) << fault;
+    prepare();
+  }
+
+  static std::string shell_words() {
+    std::string words = BFCL_BIN_DIR "/bfcl-library";
+    for (const std::string& word : GetParam().words) {
+      words += " " + word;
+    }
+    return words;
+  }
+
   static bool is_temporary(const Files::value_type& file) { return file.first.find("/.bfcl-") != std::string::npos; }
   static bool is_output(const std::string& name) { return name == "./made" || name == "./other name"; }
 
@@ -254,8 +269,11 @@ protected:
                                   {"FAULT_CALL", call},
                                   {"FAULT_AT", std::to_string(at)},
                                   {"FAULT_MARK", "mark"},
+                                  {"FAULT_MEETS", shell_words() + " > /dev/null"},
                                   {"ASAN_OPTIONS", "verify_asan_link_order=0:allocator_may_return_null=1"}};
-        judge(bfcl_library(GetParam().words, shim), action + " " + std::to_string(at), call);
+        const std::string fault = action + " " + std::to_string(at);
+        const Outcome outcome = bfcl_library(GetParam().words, shim);
+        action == "meet" ? judge_meeting(outcome, fault + " " + call) : judge(outcome, fault, call);
       }
       --count; // the last run had no such call any more
     }
@@ -284,6 +302,8 @@ protected:
   bool m_prepared = prepare();
 };
 
+class Meetings : public Faults {};
+
 constexpr const char* CALLS = "open close read pread write pwrite fcntl fallocate ftruncate stat fstat mmap "
                               "memfd_create mkostemp fchmod dup3 realpath mkdir rename getcwd fopen "
                               "fdopen popen fread fgets fwrite fclose pclose fflush unlink system";
@@ -296,6 +316,10 @@ TEST_P(Faults, BrokenCalls) {
   EXPECT_EQ(m_results.contains("./made"), check_calls("fail", "fsync") > 0); // no success without it
   check_calls("end", "read pread fread");                                    // as of a file that shrinks
   check_calls("kill", CALLS + " fsync"s);
+}
+
+TEST_P(Meetings, TwoRunsAtOnce) {
+  check_calls("meet", "open stat mkdir mkostemp memfd_create fchmod pwrite write fsync rename unlink close");
 }
 
 TEST_P(Faults, FullDisk) {
@@ -320,17 +344,23 @@ TEST_P(Faults, FullOutput) {
   }
 }
 
+const Command PACKAGE_OVER_OLD = {"PackageOverOld", {"-c", "c/spec.xml", "-o", "made"}, 0, OLD};
+const Command EXTRACT_C_MODELS = {"ExtractCModels", {"extract_c_models", "lib.bfclib", "out"}};
+const Command EXTRACT_CLANG_IR = {"ExtractClangIr", {"extract_clang_ir", "lib.bfclib", IR_TYPE, "out"}};
+
+std::string name_of(const testing::TestParamInfo<Command>& command) {
+  return command.param.name;
+}
+
+INSTANTIATE_TEST_SUITE_P(, Meetings, testing::Values(PACKAGE_OVER_OLD, EXTRACT_C_MODELS, EXTRACT_CLANG_IR), name_of);
 INSTANTIATE_TEST_SUITE_P(
     , Faults,
     testing::Values(Command{"Package", {"-c", "c/spec.xml", "-o", "made"}},
-                    Command{"PackageOverSource", {"-c", "c/spec.xml", "-o", "c/top.v"}, 1},
-                    Command{"PackageOverOld", {"-c", "c/spec.xml", "-o", "made"}, 0, OLD},
+                    Command{"PackageOverSource", {"-c", "c/spec.xml", "-o", "c/top.v"}, 1}, PACKAGE_OVER_OLD,
                     Command{"Create", {"create", "-o", "made", "f", "k"}},
                     Command{"CreateOverOld", {"create", "-o", "made", "f", "k"}, 0, OLD},
                     Command{"CreateOverTwoNames", {"create", "-o", "made", "f", "k"}, 0, OLD_WITH_TWO_NAMES},
                     Command{"CreateVerbose", {"create", "-v", "-o", "made", "f", "k"}},
                     Command{"CreateOverInput", {"create", "-o", "f", "f", "k"}, 1},
-                    Command{"List", {"list", "lib.bfclib"}},
-                    Command{"ExtractCModels", {"extract_c_models", "lib.bfclib", "out"}},
-                    Command{"ExtractClangIr", {"extract_clang_ir", "lib.bfclib", IR_TYPE, "out"}}),
-    [](const auto& command) { return std::string(command.param.name); });
+                    Command{"List", {"list", "lib.bfclib"}}, EXTRACT_C_MODELS, EXTRACT_CLANG_IR),
+    name_of);
