@@ -387,6 +387,8 @@ TEST_F(Packages, WhatExistsIsKept) {
       run({"sh", "-c", "(ulimit -f 0; " BFCL_BIN_DIR "/bfcl-package unpack mix.bfco -C full 2>&1) | cat"});
   EXPECT_EQ("bfcl-package: mix.bfco: full/mix/mix.xml: File too large\n", full.out);
   EXPECT_EQ("full\nfull/mix\n", run({"find", "full"}).out);
+  EXPECT_EQ("bfcl-package: mix.bfco: /proc/mix: No such file or directory\n", // after which nothing is tried
+            bfcl_package({"unpack", "mix.bfco", "-C", "/proc"}).err);
 }
 
 TEST_F(Packages, Verify) {

@@ -31,6 +31,7 @@ const std::string EXPECTED = "clock 0 0 1 a.sv:2\n"
                              "list 0 1 0 a.sv:6\n"
                              "bus 0 3 0 a.sv:7\n"
                              "number 0 4 0 a.sv:8\n"
+                             "mixed 0 1 0 a.sv:9\n"
                              "WIDTH\nHALF local\nx.hex 12\n";
 
 // As newer versions write it, which Debian does not have.
@@ -45,7 +46,7 @@ TEST_F(VerilatorTest, ReadsTheJsonOfNewerVersions) {
       {"type":"MODULE","name":"top","origName":"top","loc":"d,1:8,1:11","stmtsp":[)J" +
       var("clock", "INPUT", "B", 2) + var("pixels", "INPUT", "P", 3) + var("either", "OUTPUT", "R", 4) +
       var("pin", "INOUT", "E", 5) + var("list", "INPUT", "U", 6) + var("bus", "INPUT", "I", 7) +
-      var("number", "INPUT", "D", 8) + var("wire", "NONE", "B", 9) +
+      var("number", "INPUT", "D", 8) + var("mixed", "INPUT", "M", 9) + var("wire", "NONE", "B", 10) +
       R"J({"type":"VAR","name":"WIDTH","varType":"GPARAM","direction":"NONE","dtypep":"(B)"},
       {"type":"VAR","name":"HALF","varType":"LPARAM","direction":"NONE","dtypep":"(B)"},
       {"type":"INITIAL","stmtsp":[{"type":"READMEM","loc":"d,12:1,12:9",
@@ -65,6 +66,9 @@ TEST_F(VerilatorTest, ReadsTheJsonOfNewerVersions) {
       {"type":"BASICDTYPE","addr":"(C2)","dtypep":"(C2)","keyword":"logic","range":"1:0"},
       {"type":"ENUMDTYPE","addr":"(E)","dtypep":"(E)","refDTypep":"(C2)"},
       {"type":"UNPACKARRAYDTYPE","addr":"(U)","refDTypep":"(C)","declRange":"[0:3]"},
+      {"type":"STRUCTDTYPE","addr":"(M)","dtypep":"(M)","membersp":[
+       {"type":"MEMBERDTYPE","addr":"(M1)","dtypep":"(C)"},
+       {"type":"MEMBERDTYPE","addr":"(M2)","dtypep":"(U)"}]},
       {"type":"IFACEREFDTYPE","addr":"(I)","dtypep":"(I)"}]}]})J";
   write_file("netlist.json", netlist);
   write_file("meta.json", R"({"files":{"a":{"filename":"<built-in>"},"d":{"filename":"a.sv"}}})");
