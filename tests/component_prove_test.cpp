@@ -2,8 +2,6 @@
 #include "support.h"
 
 #include <cstdlib>
-#include <set>
-#include <sstream>
 
 namespace {
 
@@ -44,19 +42,8 @@ struct Fault {
   const char* file;
   const char* from;
   const char* to;
-  std::set<std::string> rules; // of the findings
+  std::vector<std::string> rules; // of the findings, or the ends of their messages
 };
-
-std::set<std::string> rules_in(const std::string& output) {
-  std::set<std::string> rules;
-  std::istringstream lines(output);
-  for (std::string line; std::getline(lines, line);) {
-    if (line.find(": error: ") != std::string::npos) {
-      rules.insert(line.substr(line.rfind('[')));
-    }
-  }
-  return rules;
-}
 
 TEST_F(ComponentProveTest, EachFaultIsRefuted) {
   const char* const crc = "crc32c/crc32c.xml";
@@ -111,7 +98,12 @@ TEST_F(ComponentProveTest, EachFaultIsRefuted) {
        "end else if (ivalid)",
        {"[handshake]"}},
       {"CAPACITY too low", minmax, minmax, "CAPACITY value=\"2\"", "CAPACITY value=\"1\"", {"[capacity]"}},
-      {"CAPACITY too high", minmax, minmax, "CAPACITY value=\"2\"", "CAPACITY value=\"3\"", {"[capacity]"}},
+      {"CAPACITY too high",
+       minmax,
+       minmax,
+       "CAPACITY value=\"2\"",
+       "CAPACITY value=\"3\"",
+       {"CAPACITY is 3, but while no result is taken, the words taken are 2 [capacity]"}},
       {"another word is asked for while one waits",
        copy,
        copy_rtl,
@@ -137,7 +129,7 @@ TEST_F(ComponentProveTest, EachFaultIsRefuted) {
     edit(fault.file, fault.from, fault.to);
     const Outcome got = prove({fault.spec});
     for (const std::string& rule : fault.rules) {
-      EXPECT_TRUE(rules_in(got.out).count(rule) == 1) << rule << "\n" << got.out;
+      EXPECT_NE(got.out.find(rule + "\n"), std::string::npos) << rule << "\n" << got.out;
     }
     EXPECT_EQ(got.status, 1) << got.out << got.err;
     EXPECT_EQ(got.err, "");
