@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "ghdl.h"
 
+#include "port_stub.h"
 #include "rtl_text.h"
 #include "verilog_keywords.h"
 #include "vhdl_elaboration.h"
@@ -8,6 +9,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <sstream>
+#include <utility>
 
 namespace bfcl::component {
 
@@ -129,7 +131,26 @@ bool VhdlElaboration::find_order(const std::vector<GhdlMessage>& listed) {
   }
   report_messages(messages.empty() ? listed : messages);
   report_rest(messages.empty() ? listed : messages);
-  return false;
+  return analyze_entity();
+}
+
+// Analyzes the top without the bodies of its architectures, in which an error hides the ports. Each
+// file has a run of its own, since those of entities below the top need not be sound.
+bool VhdlElaboration::analyze_entity() {
+  for (const std::string& file : m_files) {
+    const std::optional<std::size_t> index = m_tree.file_of(file);
+    const std::string text =
+        without_body(read_text(m_tree.real_path(file)), lower_case(m_top), FileKind::vhdl);
+    m_has_entity_only =
+        (index && !text.empty() && m_tree.replace(*index, text)) || m_has_entity_only;
+  }
+  bool is_first = true;
+  for (const std::string& file : m_files) {
+    if (m_has_entity_only) {
+      static_cast<void>(ghdl({"-a", file}, std::exchange(is_first, false)));
+    }
+  }
+  return m_has_entity_only;
 }
 
 void VhdlElaboration::drop_parameter(std::size_t index, const std::string& why) {
@@ -183,23 +204,36 @@ bool VhdlElaboration::replace_missing_top() {
   return true;
 }
 
+ToolResult VhdlElaboration::synthesize_with_parameters() {
+  ToolResult result = synthesize("raw");
+  while (result.end == ToolResult::End::exited && check_parameters(result)) {
+    result = synthesize("raw");
+  }
+  return result;
+}
+
 std::optional<Design> VhdlElaboration::run() {
   if (!prepare() || (replace_missing_top() && m_top.empty()) || !analyze()) {
     return std::nullopt;
   }
-  ToolResult result = synthesize("raw");
-  while (result.end == ToolResult::End::exited && check_parameters(result)) {
-    result = synthesize("raw");
+  ToolResult result = synthesize_with_parameters();
+  if (problem_of(result).empty()) {
+    const std::vector<GhdlMessage> messages = parse_ghdl_messages(result.errors);
+    report_messages(messages);
+    if (!result.ok() && !m_has_entity_only) {
+      report_rest(messages);
+      if (!analyze_entity()) {
+        return std::nullopt;
+      }
+      result = synthesize_with_parameters();
+    }
   }
   const std::string problem = problem_of(result);
   if (!problem.empty()) {
     m_report.cannot_check(m_request.subject(), problem);
     return std::nullopt;
   }
-  const std::vector<GhdlMessage> messages = parse_ghdl_messages(result.errors);
-  report_messages(messages);
   if (!result.ok() || result.output.empty()) {
-    report_rest(messages);
     return std::nullopt;
   }
   if (result.output.find("module ") == std::string::npos) {
@@ -213,11 +247,13 @@ Design VhdlElaboration::read_design(const ToolResult& result) {
   Design design;
   design.top = lower_case(m_top);
   design.ignores_case = true;
+  design.has_ports_only = m_has_entity_only;
   design.place = place_of_name("");
   design.ports = read_ghdl_ports(result.output);
   for (Port& port : design.ports) {
     port.place = place_of_name(port.name);
-    if (port.direction == Direction::output && m_undriven.contains(port.name)) {
+    if (!m_has_entity_only && port.direction == Direction::output &&
+        m_undriven.contains(port.name)) {
       m_report.error("port-undriven", port.place, "nothing drives output '" + port.name + "'");
     }
   }

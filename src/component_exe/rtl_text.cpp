@@ -46,6 +46,7 @@ std::size_t string_end(const std::string& text, std::size_t at, FileKind kind) {
 struct Word {
   std::string text;
   unsigned line = 0;
+  std::size_t end = 0;
 };
 
 // Cuts a text into words; an escaped identifier is one without its backslash.
@@ -64,7 +65,7 @@ public:
                        : is_word(m_text[m_at]))) {
       ++m_at;
     }
-    word = {m_text.substr(from, m_at - from), m_line};
+    word = {m_text.substr(from, m_at - from), m_line, m_at};
     return m_at < m_text.size() || !word.text.empty();
   }
 
@@ -143,7 +144,7 @@ std::vector<RtlUnit> units_in(const std::string& text, FileKind kind) {
     if (keywords.contains(name) && last != "end" && last != "virtual") {
       keyword = name;
     } else if (!keyword.empty() && !NO_NAMES.contains(name)) {
-      units.push_back({name, keyword, word.line});
+      units.push_back({name, keyword, word.line, word.end});
       keyword.clear();
     } else if (name == "body" || name == "class" || name == "work") {
       keyword.clear(); // no definition of a unit

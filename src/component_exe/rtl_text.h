@@ -26,6 +26,7 @@ struct RtlUnit {
   std::string name;    // of VHDL in lower case
   std::string keyword; // such as module, package, entity
   unsigned line = 0;
+  std::size_t name_end = 0; // the offset behind the name
 };
 [[nodiscard]] std::vector<RtlUnit> units_in(const std::string& text, FileKind kind);
 

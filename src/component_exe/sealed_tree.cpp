@@ -154,6 +154,11 @@ void SealedTree::hide(std::size_t index) const {
   fs::remove(m_root + "/" + fs::path(m_files[index]).lexically_relative(m_base).string(), error);
 }
 
+bool SealedTree::replace(std::size_t index, const std::string& text) const {
+  hide(index); // else the text would be written through the link
+  return write(m_names[index], text);
+}
+
 void SealedTree::show(std::size_t index) const {
   const fs::path relative = fs::path(m_files[index]).lexically_relative(m_base);
   std::error_code error;

@@ -42,6 +42,9 @@ public:
   // Writes a file of our own below root(); false when that fails.
   [[nodiscard]] bool write(const std::string& name, const std::string& text) const;
 
+  // Puts a text of our own in the place of the link of a file, for good; false when that fails.
+  [[nodiscard]] bool replace(std::size_t index, const std::string& text) const;
+
   // Takes the link of a file away, or puts it back.
   void hide(std::size_t index) const;
   void show(std::size_t index) const;

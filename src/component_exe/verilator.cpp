@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "verilator.h"
 
+#include "port_stub.h"
 #include "rtl_text.h"
 #include "verilog_elaboration.h"
 
@@ -54,8 +55,9 @@ std::optional<Design> VerilogElaboration::run() {
     }
     if (!go_on_after(run)) {
       report_rest(run);
-      report_unknown_parameters(nullptr);
-      return std::nullopt;
+      std::optional<Design> design = read_ports_only();
+      report_unknown_parameters(design ? &*design : nullptr);
+      return design;
     }
   }
   m_report.cannot_check(m_request.subject(), "verilator finds ever new faults");
@@ -136,6 +138,37 @@ bool VerilogElaboration::try_order() {
   return false;
 }
 
+// The top without its body, and without the files that contain nothing but modules.
+std::optional<Design> VerilogElaboration::read_ports_only() {
+  const std::string file = file_with(m_job.top);
+  const std::optional<std::size_t> index = m_tree.file_of(file);
+  const std::string text =
+      index ? without_body(read_text(m_tree.real_path(file)), m_job.top, FileKind::verilog) : "";
+  if (text.empty() || !m_tree.replace(*index, text)) {
+    return std::nullopt;
+  }
+  std::erase_if(m_job.files, [&](const std::string& other) {
+    const std::vector<RtlUnit> units =
+        units_in(read_text(m_tree.real_path(other)), FileKind::verilog);
+    return other != file && !units.empty() &&
+           std::all_of(units.begin(), units.end(),
+                       [](const RtlUnit& unit) { return unit.keyword == "module"; });
+  });
+  VerilatorRun run = try_job(m_job);
+  for (const VerilatorMessage& message : run.messages) {
+    if (!run.ok && mend_parameters(message)) {
+      run = try_job(m_job);
+      break;
+    }
+  }
+  if (!run.ok) {
+    return std::nullopt;
+  }
+  name_places(run.design);
+  run.design.has_ports_only = true;
+  return std::move(run.design);
+}
+
 Design VerilogElaboration::finish(const VerilatorRun& run) {
   Design design = run.design;
   report_undriven(run, design);
@@ -147,19 +180,7 @@ Design VerilogElaboration::finish(const VerilatorRun& run) {
     }
     report_order(m_request, order, m_report);
   }
-  design.place = place_of(design.place.file, design.place.line);
-  for (Port& port : design.ports) {
-    port.place = place_of(port.place.file, port.place.line);
-  }
-  for (DataFile& data : design.data_files) {
-    data.place = place_of(data.place.file, data.place.line);
-  }
-  for (DesignModule& module : design.modules) {
-    module.place = place_of(module.place.file, module.place.line);
-  }
-  for (std::string& file : design.module_files) {
-    file = m_tree.real_path(file);
-  }
+  name_places(design);
   if (!m_report.has_errors()) {
     report_unneeded(run);
   }

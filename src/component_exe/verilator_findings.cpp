@@ -174,6 +174,23 @@ Place VerilogElaboration::place_of(const std::string& file, unsigned line) const
   return {is_below ? here.string() : real.string(), line};
 }
 
+// From the names of the tool to those of messages, and to the paths of the files.
+void VerilogElaboration::name_places(Design& design) const {
+  design.place = place_of(design.place.file, design.place.line);
+  for (Port& port : design.ports) {
+    port.place = place_of(port.place.file, port.place.line);
+  }
+  for (DataFile& data : design.data_files) {
+    data.place = place_of(data.place.file, data.place.line);
+  }
+  for (DesignModule& module : design.modules) {
+    module.place = place_of(module.place.file, module.place.line);
+  }
+  for (std::string& file : design.module_files) {
+    file = m_tree.real_path(file);
+  }
+}
+
 Place VerilogElaboration::parameter_place(const std::string& name) const {
   for (std::size_t index = 0; index < m_request.parameter_places.size(); ++index) {
     if (m_request.parameters[index].first == name) {

@@ -48,11 +48,7 @@ bool VerilogElaboration::mend(const VerilatorMessage& message) {
   if (text.starts_with("Specified --top-module ")) {
     return mend_top();
   }
-  const std::string unknown = "Parameters from the command line were not found in the design: ";
-  if (text.starts_with(unknown)) {
-    return mend_parameters(text.substr(unknown.size()));
-  }
-  return message.code == "PINNOTFOUND" && mend_pin(message);
+  return mend_parameters(message) || (message.code == "PINNOTFOUND" && mend_pin(message));
 }
 
 bool VerilogElaboration::mend_include(const VerilatorMessage& message) {
@@ -157,7 +153,12 @@ bool VerilogElaboration::mend_top() {
   return !nearest.empty() && std::exchange(m_job.top, nearest) != nearest;
 }
 
-bool VerilogElaboration::mend_parameters(const std::string& names) {
+bool VerilogElaboration::mend_parameters(const VerilatorMessage& message) {
+  const std::string unknown = "Parameters from the command line were not found in the design: ";
+  if (!message.text.starts_with(unknown)) {
+    return false;
+  }
+  const std::string names = message.text.substr(unknown.size());
   bool is_mended = false;
   for (std::size_t from = 0; from < names.size();) {
     const std::size_t end = std::min(names.find(' ', from), names.size());

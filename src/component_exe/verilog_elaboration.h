@@ -43,7 +43,7 @@ private:
   bool mend_module(const VerilatorMessage& message);
   bool mend_pin(const VerilatorMessage& message);
   bool mend_top();
-  bool mend_parameters(const std::string& names);
+  bool mend_parameters(const VerilatorMessage& message);
   bool try_alternatives(const VerilatorRun& run);
   bool try_parameters(const VerilatorRun& run);
   bool try_order();
@@ -53,6 +53,8 @@ private:
   void report_unneeded(const VerilatorRun& run);
   void report_undriven(const VerilatorRun& run, const Design& design);
   Design finish(const VerilatorRun& run);
+  std::optional<Design> read_ports_only();
+  void name_places(Design& design) const;
 
   bool add_neighbour(const std::string& unit, bool in_front);
   void write_stubs();

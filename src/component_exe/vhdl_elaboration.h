@@ -29,7 +29,9 @@ private:
   [[nodiscard]] ToolResult ghdl(std::vector<std::string> words, bool in_new_library);
   bool replace_missing_top();
   [[nodiscard]] ToolResult synthesize(const std::string& format);
+  [[nodiscard]] ToolResult synthesize_with_parameters();
   bool analyze();
+  bool analyze_entity();
   bool find_order(const std::vector<GhdlMessage>& listed);
   void report_messages(const std::vector<GhdlMessage>& messages);
   bool is_verilog(const std::string& name, const GhdlMessage& message);
@@ -54,6 +56,7 @@ private:
   std::vector<Place> m_parameter_places;
   std::string m_top;
   std::set<std::string> m_undriven;
+  bool m_has_entity_only = false;
   unsigned m_libraries = 0;
 };
 
