@@ -6,6 +6,7 @@
 #include "verilator.h"
 
 #include <algorithm>
+#include <filesystem>
 
 #include <strings.h>
 
@@ -55,7 +56,12 @@ std::optional<Design> elaborate(const ElaborationRequest& request, Report& repor
       has(FileKind::vhdl) &&
       (!has(FileKind::verilog) || is_in_other_language(request, FileKind::vhdl, request.top));
   auto design = is_vhdl ? elaborate_vhdl(request, report) : elaborate_verilog(request, report);
-  if (!design && report.status() == STATUS_OK) { // a tool that fails without a word
+  // A tool that fails without a word. Files that do not exist are reported elsewhere.
+  std::error_code error;
+  if (!design && report.status() == STATUS_OK &&
+      std::all_of(request.files.begin(), request.files.end(), [&](const std::string& file) {
+        return std::filesystem::is_regular_file(file, error);
+      })) {
     report.cannot_check(request.subject(),
                         std::string(is_vhdl ? "ghdl" : "verilator") + " failed without a message");
   }

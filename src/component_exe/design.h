@@ -54,6 +54,8 @@ struct Design {
   std::vector<std::string> module_files; // paths of the files with a module of the design
   std::vector<DesignModule> modules;     // empty when the tool does not list them
   std::vector<DataFile> data_files;
+  // Whether a parameter of the description could not be set, on which widths may depend.
+  bool has_other_parameters = false;
   // Whether an error in its body leaves nothing else known than its ports and parameters.
   bool has_ports_only = false;
   bool ignores_case = false; // VHDL, whose names are in lower case here

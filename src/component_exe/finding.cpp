@@ -116,6 +116,12 @@ void Report::note(const std::string& subject, std::string text) {
   m_notes.push_back({subject, std::move(text)});
 }
 
+void Report::withdraw(const std::string& rule, const std::string& text) {
+  std::erase_if(m_findings, [&](const Finding& finding) {
+    return finding.rule == rule && finding.text.starts_with(text);
+  });
+}
+
 void Report::merge(Report other) {
   std::move(other.m_findings.begin(), other.m_findings.end(), std::back_inserter(m_findings));
   std::move(other.m_notes.begin(), other.m_notes.end(), std::back_inserter(m_notes));

@@ -67,6 +67,9 @@ public:
   // of the text form; left out of SARIF.
   void note(const std::string& subject, std::string text);
 
+  // Takes back the findings of a rule whose text begins so: another one says more about the fault.
+  void withdraw(const std::string& rule, const std::string& text);
+
   void merge(Report other);
 
   [[nodiscard]] bool has_errors() const;

@@ -155,8 +155,25 @@ bool VhdlElaboration::analyze_entity() {
 
 void VhdlElaboration::drop_parameter(std::size_t index, const std::string& why) {
   m_report.error("parameter", m_parameter_places[index], why);
+  m_has_other_parameters = true;
   m_parameters.erase(m_parameters.begin() + static_cast<std::ptrdiff_t>(index));
   m_parameter_places.erase(m_parameter_places.begin() + static_cast<std::ptrdiff_t>(index));
+}
+
+// Reports an unknown generic and continues with the one that is probably meant.
+void VhdlElaboration::refuse_generic(std::size_t index) {
+  const auto [name, value] = m_parameters[index];
+  const Place place = m_parameter_places[index];
+  const std::vector<std::string> known = generic_names();
+  drop_parameter(index, "entity '" + m_top + "' has no generic '" + name + "'" +
+                            suggestion(lower_case(name), known));
+  const std::string nearest = nearest_name(lower_case(name), known);
+  if (!nearest.empty() &&
+      std::none_of(m_parameters.begin(), m_parameters.end(),
+                   [&](const auto& set) { return lower_case(set.first) == nearest; })) {
+    m_parameters.emplace_back(nearest, value);
+    m_parameter_places.push_back(place);
+  }
 }
 
 // Reports the parameters that the run refused, and unknown ones, after which it continues.
@@ -166,9 +183,7 @@ bool VhdlElaboration::check_parameters(const ToolResult& result) {
     const bool is_unknown = message.text.rfind("no generic ", 0) == 0;
     for (std::size_t index = 0; is_unknown && index < m_parameters.size(); ++index) {
       if (lower_case(m_parameters[index].first) == quoted_unit(message.text)) {
-        const std::string name = m_parameters[index].first;
-        drop_parameter(index, "entity '" + m_top + "' has no generic '" + name + "'" +
-                                  suggestion(lower_case(name), generic_names()));
+        refuse_generic(index);
         return true;
       }
     }
@@ -197,9 +212,11 @@ bool VhdlElaboration::replace_missing_top() {
       std::find(units.begin(), units.end(), lower_case(m_top)) != units.end()) {
     return false;
   }
-  m_report.error("top-missing", m_request.top_place,
-                 "entity '" + m_top + "' is in none of the listed files" +
-                     to_add(lower_case(m_top)));
+  if (!is_in_misspelled_file(lower_case(m_top), m_request)) {
+    m_report.error("top-missing", m_request.top_place,
+                   "entity '" + m_top + "' is in none of the listed files" +
+                       to_add(lower_case(m_top)));
+  }
   m_top = nearest_name(lower_case(m_top), units);
   return true;
 }
@@ -247,6 +264,7 @@ Design VhdlElaboration::read_design(const ToolResult& result) {
   Design design;
   design.top = lower_case(m_top);
   design.ignores_case = true;
+  design.has_other_parameters = m_has_other_parameters;
   design.has_ports_only = m_has_entity_only;
   design.place = place_of_name("");
   design.ports = read_ghdl_ports(result.output);

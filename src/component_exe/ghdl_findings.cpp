@@ -23,9 +23,11 @@ void VhdlElaboration::report_messages(const std::vector<GhdlMessage>& messages) 
       if (is_verilog(name, message)) {
         continue;
       }
-      m_report.error("module-missing", place_of(message.file, message.line),
-                     "entity '" + name + "' of the component is in none of the listed files" +
-                         to_add(name));
+      if (!is_in_misspelled_file(name, m_request)) {
+        m_report.error("module-missing", place_of(message.file, message.line),
+                       "entity '" + name + "' of the component is in none of the listed files" +
+                           to_add(name));
+      }
     } else if (message.text.rfind("no assignment for port ", 0) == 0) {
       m_undriven.insert(lower_case(quoted_unit(message.text)));
     }
@@ -52,7 +54,7 @@ bool VhdlElaboration::report_missing(const GhdlMessage& message) {
     return false;
   }
   const std::string name = quoted_unit(message.text);
-  if (is_verilog(name, message)) {
+  if (is_verilog(name, message) || is_in_misspelled_file(name, m_request)) {
     return true;
   }
   m_report.error("module-missing", place_of(message.file, message.line),
@@ -68,7 +70,7 @@ void VhdlElaboration::report_rest(const std::vector<GhdlMessage>& messages) {
                  message.file == "*libraries*"; // an old unit, now that a second one hides it
   }
   for (const GhdlMessage& message : messages) {
-    if (!is_missing && !message.is_warning) {
+    if (!is_missing && !message.is_warning && m_top == m_request.top) {
       m_report.error(
           "hdl", message.file.empty() ? m_request.top_place : place_of(message.file, message.line),
           message.text);

@@ -100,7 +100,10 @@ std::vector<GhdlMessage> parse_ghdl_messages(const std::string& text) {
   std::vector<GhdlMessage> messages;
   std::istringstream lines(text);
   for (std::string line; std::getline(lines, line);) {
-    if (std::optional<GhdlMessage> message = parse_message(line)) {
+    std::optional<GhdlMessage> message = parse_message(line);
+    if (message && message->text.starts_with("(found: ") && !messages.empty()) {
+      messages.back().text += " " + message->text; // the second half of a syntax error
+    } else if (message) {
       messages.push_back(std::move(*message));
     }
   }

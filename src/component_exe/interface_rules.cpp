@@ -167,12 +167,20 @@ private:
       m_report.error(direction_rule, place,
                      "port '" + expected.name + "' is " + name_of(port.direction) + " in " +
                          at(port.place) + ", but must be " + name_of(expected.direction));
+      withdraw_consequences(port);
     }
-    if (port.width != expected.width) {
+    if (port.width != expected.width && !m_design.has_other_parameters) {
       m_report.error("port-width", place,
                      "port '" + expected.name + "' has " + bits(port.width) + " in " +
                          at(port.place) + ", but must have " + bits(expected.width));
     }
+  }
+
+  // What the tools say about the statements that drive, or do not drive, a reversed port.
+  void withdraw_consequences(const Port& port) {
+    m_report.withdraw("port-undriven", "nothing drives output '" + port.name + "'");
+    m_report.withdraw("hdl", "Assigning to input/const variable: '" + port.name + "'");
+    m_report.withdraw("hdl", "port \"" + port.name + "\" can't be assigned");
   }
 
   void check_mem_port(std::size_t index) {
@@ -203,16 +211,25 @@ private:
     }
   }
 
-  void report_missing_mem_port(std::size_t index) {
-    const std::string& name = m_elem.m_mem_port_names[index];
-    std::vector<std::string> prefixes;
+  // The only other memory port of the module, or the one whose name is nearest.
+  std::string nearest_mem_port(const std::string& name) const {
+    const std::string suffix = "_address";
+    const std::vector<std::string>& named = m_elem.m_mem_port_names;
+    std::vector<std::string> others;
     for (const Port& port : m_design.ports) {
-      const std::size_t underscore = port.name.rfind('_');
-      if (!m_known.contains(port.name) && underscore != std::string::npos) {
-        prefixes.push_back(port.name.substr(0, underscore));
+      if (!m_known.contains(port.name) && port.name.ends_with(suffix)) {
+        const std::string other = port.name.substr(0, port.name.size() - suffix.size());
+        if (std::find(named.begin(), named.end(), other) == named.end()) {
+          others.push_back(other);
+        }
       }
     }
-    const std::string nearest = nearest_name(name, prefixes);
+    return others.size() == 1 ? others.front() : nearest_name(name, others);
+  }
+
+  void report_missing_mem_port(std::size_t index) {
+    const std::string& name = m_elem.m_mem_port_names[index];
+    const std::string nearest = nearest_mem_port(name);
     if (!nearest.empty()) {
       know_signals_of(nearest);
     }
@@ -298,7 +315,8 @@ void check_data_files(const Description& description, std::size_t component, con
     listed.insert(fs::path(file).filename().string());
   }
   for (const DataFile& data : design.data_files) {
-    if (!listed.contains(fs::path(data.name).filename().string())) {
+    if (!listed.contains(fs::path(data.name).filename().string()) &&
+        !is_misspelled(data.name, description.request_for(component))) {
       report.error("data-unlisted", data.place,
                    "data file '" + data.name + "' is not listed in " + description.name);
     }

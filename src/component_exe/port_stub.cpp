@@ -52,9 +52,10 @@ public:
   }
 
 private:
+  // Comments and the contents of strings are blanks in the code.
   void skip_blanks() {
     while (m_at < m_code.size() && std::isspace(static_cast<unsigned char>(m_code[m_at])) != 0) {
-      ++m_at;
+      blank(m_at + 1);
     }
   }
 

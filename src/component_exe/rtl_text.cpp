@@ -330,6 +330,23 @@ std::string where_to_find(const std::string& unit, const ElaborationRequest& req
              : "; " + tidy_path(neighbour) + " has it: add " + file_element(neighbour, request);
 }
 
+bool is_misspelled(const std::string& file, const ElaborationRequest& request) {
+  std::error_code error;
+  return std::any_of(request.files.begin(), request.files.end(), [&](const std::string& listed) {
+    return !fs::is_regular_file(listed, error) &&
+           !nearest_name(fs::path(listed).filename(), {fs::path(file).filename()}).empty();
+  });
+}
+
+bool is_in_misspelled_file(const std::string& unit, const ElaborationRequest& request) {
+  std::error_code error;
+  const std::string neighbour = neighbour_with(unit, request);
+  return (!neighbour.empty() && is_misspelled(neighbour, request)) ||
+         std::any_of(request.files.begin(), request.files.end(), [&](const std::string& listed) {
+           return !fs::is_regular_file(listed, error) && fs::path(listed).stem() == unit;
+         });
+}
+
 void report_order(const ElaborationRequest& request, const std::vector<std::string>& order,
                   Report& report) {
   std::string list;

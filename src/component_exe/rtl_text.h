@@ -69,6 +69,14 @@ struct RtlUnit {
 [[nodiscard]] std::string where_to_find(const std::string& unit, const ElaborationRequest& request,
                                         const std::vector<std::string>& listed_units);
 
+// Whether a listed file does not exist and nearly has the name of this one.
+[[nodiscard]] bool is_misspelled(const std::string& file, const ElaborationRequest& request);
+
+// Whether a listed file that does not exist is most probably the one that defines a unit: it has
+// the unit's name, or nearly that of the neighbour which does.
+[[nodiscard]] bool is_in_misspelled_file(const std::string& unit,
+                                         const ElaborationRequest& request);
+
 // Whether a listed file of the kind defines a unit. No tool here elaborates both languages at once.
 [[nodiscard]] bool is_in_other_language(const ElaborationRequest& request, FileKind kind,
                                         const std::string& unit);

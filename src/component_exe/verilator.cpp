@@ -6,6 +6,7 @@
 #include "verilog_elaboration.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace bfcl::component {
 
@@ -44,14 +45,14 @@ std::optional<Design> VerilogElaboration::run() {
     return std::nullopt;
   }
   for (unsigned round = 0; round < MAX_ROUNDS; ++round) {
-    const VerilatorRun run = try_job(m_job);
+    VerilatorRun run = try_job(m_job);
     if (!run.problem.empty()) {
       m_report.cannot_check(m_request.subject(), run.problem);
       return std::nullopt;
     }
     report_duplicates(run);
     if (run.ok) {
-      return finish(run);
+      return finish(std::move(run));
     }
     if (!go_on_after(run)) {
       report_rest(run);
@@ -111,6 +112,7 @@ bool VerilogElaboration::try_parameters(const VerilatorRun& run) {
       text.append("' does not elaborate: ").append(first->text);
       m_report.error("parameter", parameter_place(name), text);
       m_job = job;
+      m_has_wrong_value = true;
       return true;
     }
   }
@@ -164,12 +166,46 @@ std::optional<Design> VerilogElaboration::read_ports_only() {
   if (!run.ok) {
     return std::nullopt;
   }
+  if (!m_unknown_parameters.empty() || m_has_wrong_value) {
+    set_nearest_parameters(run);
+  }
   name_places(run.design);
   run.design.has_ports_only = true;
   return std::move(run.design);
 }
 
-Design VerilogElaboration::finish(const VerilatorRun& run) {
+// Runs again with the values of unknown parameters set on those that are probably meant, so that
+// widths are those of the component.
+void VerilogElaboration::set_nearest_parameters(VerilatorRun& run) {
+  std::vector<std::string> free;
+  for (const Parameter& parameter : run.design.parameters) {
+    const bool is_set = std::any_of(m_job.parameters.begin(), m_job.parameters.end(),
+                                    [&](const auto& set) { return set.first == parameter.name; });
+    if (!is_set && !parameter.is_local) {
+      free.push_back(parameter.name);
+    }
+  }
+  VerilatorJob job = m_job;
+  for (const auto& [name, value] : m_unknown_parameters) {
+    const std::string nearest = nearest_name(name, free);
+    if (!nearest.empty()) {
+      job.parameters.emplace_back(nearest, value);
+      std::erase(free, nearest);
+    }
+  }
+  const bool is_all = job.parameters.size() == m_request.parameters.size();
+  if (VerilatorRun other = is_all ? try_job(job) : VerilatorRun(); other.ok) {
+    m_job = job;
+    run = std::move(other);
+  } else {
+    run.design.has_other_parameters = true;
+  }
+}
+
+Design VerilogElaboration::finish(VerilatorRun run) {
+  if (!m_unknown_parameters.empty() || m_has_wrong_value) {
+    set_nearest_parameters(run);
+  }
   Design design = run.design;
   report_undriven(run, design);
   report_unknown_parameters(&design);

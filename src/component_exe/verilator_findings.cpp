@@ -45,7 +45,8 @@ void VerilogElaboration::report_rest(const VerilatorRun& run) {
   if (m_is_mended || (m_report.has_errors() && m_job.top != m_request.top)) {
     return;
   }
-  std::set<Place> dealt_with; // the tool takes a type that it does not know for an interface
+  std::set<std::string> unreadable; // what follows on a syntax error is noise
+  std::set<Place> dealt_with;       // the tool takes a type that it does not know for an interface
   for (const VerilatorMessage& message : run.messages) {
     if (message.text.starts_with("Cannot find file containing interface: ")) {
       dealt_with.insert(place_of(message));
@@ -71,16 +72,28 @@ void VerilogElaboration::report_rest(const VerilatorRun& run) {
                                                      std::to_string(place.line) + ": " +
                                                      message.text);
       return;
-    } else {
+    } else if (!message.text.starts_with("syntax error") || unreadable.insert(place.file).second) {
       m_report.error("hdl", place, message.text);
     }
   }
 }
 
+// A unit that a misspelled file name hides is not missing as well.
+void VerilogElaboration::report_missing(const char* rule, const Place& place,
+                                        const std::string& kind, const std::string& name) {
+  if (!is_in_misspelled_file(name, m_request)) {
+    m_report.error(rule, place,
+                   kind + " '" + name + "' is in none of the listed files" +
+                       where_to_find(name, m_request, unit_names(kind == "package")));
+  }
+}
+
 void VerilogElaboration::report_duplicates(const VerilatorRun& run) {
   for (const VerilatorMessage& message : run.messages) {
-    if (message.code == "MODDUP") {
-      const Place first = place_of(message.other_file, message.other_line);
+    const Place first = place_of(message.other_file, message.other_line);
+    // A file that does not define the module that it is named after is read twice.
+    if (message.code == "MODDUP" && place_of(message) != first) {
+      m_is_mended = true;
       m_report.error("module-twice", place_of(message),
                      "module '" + quoted_name(message.text) + "' is defined already, at " +
                          first.file + ":" + std::to_string(first.line));
@@ -97,7 +110,8 @@ void VerilogElaboration::report_unknown_parameters(const Design* design) {
       }
     }
   }
-  for (const std::string& name : m_unknown_parameters) {
+  for (const auto& [unknown, value] : m_unknown_parameters) {
+    const std::string& name = unknown; // lambdas cannot capture a binding
     const bool is_local =
         design != nullptr && std::any_of(design->parameters.begin(), design->parameters.end(),
                                          [&](const Parameter& p) { return p.name == name; });

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <sstream>
 #include <utility>
 
 namespace bfcl::component {
@@ -42,7 +43,8 @@ bool VerilogElaboration::mend(const VerilatorMessage& message) {
   if (text.starts_with("Package/class '") || text.starts_with("Importing from missing package '")) {
     return mend_package(message);
   }
-  if (text.starts_with("Cannot find file containing ")) {
+  if (text.starts_with("Cannot find file containing ") ||
+      text.starts_with("Can't resolve module reference: ")) {
     return mend_module(message);
   }
   if (text.starts_with("Specified --top-module ")) {
@@ -62,9 +64,11 @@ bool VerilogElaboration::mend_include(const VerilatorMessage& message) {
     std::error_code error;
     if (fs::is_regular_file(candidate, error)) {
       const std::string path = candidate.lexically_normal().string();
-      m_report.error("include-unlisted", place_of(message),
-                     "included file '" + name + "' is not listed; add " +
-                         file_element(path, m_request));
+      if (!is_misspelled(path, m_request)) {
+        m_report.error("include-unlisted", place_of(message),
+                       "included file '" + name + "' is not listed; add " +
+                           file_element(path, m_request));
+      }
       return !m_tree.add(path).empty();
     }
   }
@@ -81,24 +85,36 @@ bool VerilogElaboration::mend_include(const VerilatorMessage& message) {
 
 bool VerilogElaboration::mend_package(const VerilatorMessage& message) {
   const std::string name = quoted_name(message.text);
+  if (m_reported_packages.contains(name)) {
+    return false;
+  }
   const std::string file = file_with(name);
   if (!file.empty()) {
     m_is_reordered = true;
     move_to_front(file);
     return ++m_moves[file] <= m_job.files.size();
   }
-  if (!m_reported_packages.insert(name).second) {
-    return false;
-  }
-  m_report.error("module-missing", place_of(message),
-                 "package '" + name + "' is in none of the listed files" +
-                     where_to_find(name, m_request, unit_names(true)));
+  m_reported_packages.insert(name);
+  report_missing("module-missing", place_of(message), "package", name);
   m_is_mended = true;
   return add_neighbour(name, true);
 }
 
+// Of an instance with parameters, one message has the line behind them.
+unsigned VerilogElaboration::line_of_instance(const VerilatorMessage& message,
+                                              const std::string& module) const {
+  std::istringstream lines(
+      blank_comments(read_text(m_tree.real_path(message.file)), FileKind::verilog));
+  unsigned last = message.line;
+  unsigned number = 0;
+  for (std::string line; number < message.line && std::getline(lines, line);) {
+    last = ++number <= message.line && has_word(line, module) ? number : last;
+  }
+  return last;
+}
+
 bool VerilogElaboration::mend_module(const VerilatorMessage& message) {
-  const std::string name = quoted_name(message.text);
+  const std::string name = quoted_name(message.text.substr(message.text.find(": ")));
   const bool is_type = message.text.starts_with("Cannot find file containing interface: ") &&
                        neighbour_with(name, m_request).empty();
   if (name.empty() || is_type || m_stubs.contains(name)) {
@@ -113,9 +129,9 @@ bool VerilogElaboration::mend_module(const VerilatorMessage& message) {
     m_stubs[name].asked_for = message;
     return m_is_mended = true;
   }
-  m_report.error("module-missing", place_of(message),
-                 "module '" + name + "' is in none of the listed files" +
-                     where_to_find(name, m_request, unit_names(false)));
+  const Place place = place_of(message);
+  const unsigned line = line_of_instance(message, name);
+  report_missing("module-missing", {place.file, line}, "module", name);
   if (!add_neighbour(name, false)) {
     m_stubs[name].asked_for = message;
     m_is_mended = true;
@@ -143,9 +159,7 @@ bool VerilogElaboration::mend_pin(const VerilatorMessage& message) {
 
 bool VerilogElaboration::mend_top() {
   const std::vector<std::string> modules = unit_names(false);
-  m_report.error("top-missing", m_request.top_place,
-                 "module '" + m_job.top + "' is in none of the listed files" +
-                     where_to_find(m_job.top, m_request, modules));
+  report_missing("top-missing", m_request.top_place, "module", m_job.top);
   if (add_neighbour(m_job.top, false)) {
     return true;
   }
@@ -164,8 +178,11 @@ bool VerilogElaboration::mend_parameters(const VerilatorMessage& message) {
     const std::size_t end = std::min(names.find(' ', from), names.size());
     const std::string name = names.substr(from, end - from);
     from = end + 1;
-    if (std::erase_if(m_job.parameters, [&](const auto& set) { return set.first == name; }) != 0) {
-      m_unknown_parameters.push_back(name);
+    const auto unknown_one = std::find_if(m_job.parameters.begin(), m_job.parameters.end(),
+                                          [&](const auto& set) { return set.first == name; });
+    if (unknown_one != m_job.parameters.end()) {
+      m_unknown_parameters.push_back(*unknown_one);
+      m_job.parameters.erase(unknown_one);
       is_mended = true;
     }
   }

@@ -48,12 +48,15 @@ private:
   bool try_parameters(const VerilatorRun& run);
   bool try_order();
   void report_rest(const VerilatorRun& run);
+  void report_missing(const char* rule, const Place& place, const std::string& kind,
+                      const std::string& name);
   void report_duplicates(const VerilatorRun& run);
   void report_unknown_parameters(const Design* design);
   void report_unneeded(const VerilatorRun& run);
   void report_undriven(const VerilatorRun& run, const Design& design);
-  Design finish(const VerilatorRun& run);
+  Design finish(VerilatorRun run);
   std::optional<Design> read_ports_only();
+  void set_nearest_parameters(VerilatorRun& run);
   void name_places(Design& design) const;
 
   bool add_neighbour(const std::string& unit, bool in_front);
@@ -63,6 +66,8 @@ private:
   [[nodiscard]] Place place_of(const VerilatorMessage& message) const {
     return place_of(message.file, message.line);
   }
+  [[nodiscard]] unsigned line_of_instance(const VerilatorMessage& message,
+                                          const std::string& module) const;
   [[nodiscard]] std::string listed_name(std::size_t index) const;
   [[nodiscard]] std::vector<std::string> unit_names(bool packages) const;
   [[nodiscard]] std::string file_with(const std::string& unit) const; // below root, or empty
@@ -75,7 +80,8 @@ private:
   std::map<std::string, Stub> m_stubs;
   std::map<std::string, unsigned> m_moves; // how often a file was put in front
   std::set<std::string> m_reported_packages;
-  std::vector<std::string> m_unknown_parameters;
+  std::vector<std::pair<std::string, std::string>> m_unknown_parameters; // name and value
+  bool m_has_wrong_value = false; // a parameter that does not elaborate is left out
   bool m_is_reordered = false;
   bool m_is_mended = false; // by a stand-in, so that what follows from it is no finding
 };

@@ -39,6 +39,7 @@ private:
   void report_rest(const std::vector<GhdlMessage>& messages);
   bool check_parameters(const ToolResult& result);
   void report_unneeded();
+  void refuse_generic(std::size_t index);
   void drop_parameter(std::size_t index, const std::string& why);
   Design read_design(const ToolResult& result);
   [[nodiscard]] Place place_of(const std::string& file, unsigned line) const;
@@ -56,6 +57,7 @@ private:
   std::vector<Place> m_parameter_places;
   std::string m_top;
   std::set<std::string> m_undriven;
+  bool m_has_other_parameters = false;
   bool m_has_entity_only = false;
   unsigned m_libraries = 0;
 };
