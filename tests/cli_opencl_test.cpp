@@ -126,6 +126,8 @@ TEST_F(OpenCl, Failures) {
        ""},
       {"a function of both kinds", "define void @f()", LINKER,
        "Error: Have more than one definition of component named f!\n", ""},
+      {"a name with a blank", "define void @\"a b\"()", LINKER,
+       "Error: OpenCL function \"a b\" has a name that contains a blank!\n", ""},
       {"a linker that fails", "", "#!/bin/sh\nexit 3\n", "", ""},
       {"a linker that dies", "", "#!/bin/sh\nkill -9 $$\n", "", "Killed\n"}, // says the shell
       {"a linker that writes nothing", "", "#!/bin/sh\n", cannot_add,

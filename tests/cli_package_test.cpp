@@ -179,6 +179,10 @@ TEST_F(Cli, OutputsThatCannotBeMade) {
   expect_failure(bfcl_library({"-c", "comp/self.xml", "-o", "self.v"}),
                  "Error: Output file self.v is also an input file!\n");
   EXPECT_FALSE(std::filesystem::exists("self.v"));
+  write_file("comp/odd.xml", replaced(read_file(spec), "name='f.cl'", "name='a&#10;b.cl'"));
+  write_file("comp/a\nb.cl", "f");
+  expect_failure(bfcl_library({"-c", "comp/odd.xml", "-o", "out"}),
+                 "Error: A file name in comp/odd.xml, or its own, contains a line end!\n");
   for (const std::string name : {"", "int f", "f&#10;g", "f&#9;"}) {
     write_file("comp/odd.xml", replaced(read_file(spec), "name='f'", "name='" + name + "'"));
     write_file("comp/f.cl", "int f\nf\tf\ng");

@@ -201,6 +201,15 @@ bool LibraryBuild::add_opencl_code() {
       !check_kernels()) {
     return false;
   }
+  // A blank separates the words of the table.
+  const auto with_blank =
+      std::find_if(m_functions.begin(), m_functions.end(),
+                   [](const auto& name) { return name.find(' ') != std::string::npos; });
+  if (with_blank != m_functions.end()) {
+    std::printf("Error: OpenCL function %s has a name that contains a blank!\n",
+                with_blank->c_str());
+    return false;
+  }
   // Positions in the list as it is sorted now: with HDL functions in it, its last names need not be
   // those of OpenCL functions.
   for (std::size_t i = hdl_count; i < m_functions.size(); ++i) {

@@ -145,6 +145,20 @@ bool check_function_names(const efi_spec_handle* spec, const std::string& spec_p
   return true;
 }
 
+// The readers of a package list its sections one a line.
+bool check_file_names(const PackageContents& contents, const std::string& spec_path) {
+  const auto has_line_end = [](const std::string& name) {
+    return name.find('\n') != std::string::npos;
+  };
+  if (std::any_of(contents.sources.begin(), contents.sources.end(), has_line_end) ||
+      std::any_of(contents.c_models.begin(), contents.c_models.end(), has_line_end) ||
+      has_line_end(base_name(spec_path))) {
+    std::printf("Error: A file name in %s, or its own, contains a line end!\n", spec_path.c_str());
+    return false;
+  }
+  return true;
+}
+
 // The paths of all files that the package is made from.
 std::vector<std::string> find_input_files(const std::string& spec_path,
                                           const PackageContents& contents) {
@@ -239,7 +253,7 @@ int create_component_container(int argc, char** argv) {
   }
   VEX_ASSERT(!output_file.empty());
   PackageContents contents(spec.get());
-  if (!check_function_names(spec.get(), spec_path) ||
+  if (!check_function_names(spec.get(), spec_path) || !check_file_names(contents, spec_path) ||
       !check_output_is_no_input(output_file, find_input_files(spec_path, contents), true)) {
     return 1;
   }
