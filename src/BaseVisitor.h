@@ -47,7 +47,7 @@ public:
   bool check_element_stack_with_top(unsigned count, ...) const;
   bool check_element_stack_with_top_va(unsigned count, va_list names) const;
 
-  // How often the element with that path was entered; a path that never was gets no entry.
+  // How often the element with that path was entered. Asking adds no entry.
   unsigned get_element_count(unsigned count, ...) const;
   unsigned get_element_count_va(unsigned count, va_list names) const;
 
@@ -70,8 +70,8 @@ public:
   bool report_unexpected_elem_stack(const tinyxml2::XMLElement& elem, unsigned count, ...);
   bool report_unexpected_elem_stack_with_top(const tinyxml2::XMLElement& elem, unsigned count, ...);
 
-  // How often an element appeared: of the path given, or of the current stack's own path, which
-  // counts the element being visited. Bounds are included. The report names the element passed in.
+  // How often an element appeared: at the path given, or at the current path, whose count includes
+  // the element being visited. Bounds are included. The report names the element passed in.
   bool report_unexpected_elem_count_error(const tinyxml2::XMLElement& elem, unsigned min_count,
                                           unsigned max_count);
   bool report_unexpected_elem_count(const tinyxml2::XMLElement& elem, unsigned min_count,
@@ -97,7 +97,7 @@ public:
   bool report_unexpected_attrs(const tinyxml2::XMLElement& elem, unsigned count,
                                const char* const* allowed);
 
-  // What a visit returns when it has nothing to object: true until the first error.
+  // The result of a visit that has no error of its own: true until the first error.
   bool ok() const { return !m_error; }
 
 protected:

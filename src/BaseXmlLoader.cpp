@@ -17,13 +17,13 @@ std::unique_ptr<tinyxml2::XMLDocument> make_document() {
   return std::make_unique<tinyxml2::XMLDocument>(true, tinyxml2::PRESERVE_WHITESPACE);
 }
 
-// Stores a conversion's result whatever follows the number; true when nothing does.
+// Stores a conversion's result. True when nothing follows the number.
 template <typename Value, typename Convert>
 bool convert_digits(const char* str, Value* value, int base, Convert convert) {
   if (*str < '0' || *str > '9') {
     return false;
   }
-  char* end = const_cast<char*>(str); // stays there when the base is none
+  char* end = const_cast<char*>(str); // unchanged when the base is invalid
   *value = static_cast<Value>(convert(str, &end, base));
   return *end == '\0';
 }
@@ -85,7 +85,7 @@ void BaseXmlLoader::set_last_error(tinyxml2::XMLDocument* doc) {
   VEX_ASSERT_TEXT(doc != nullptr, "doc != __null");
   std::ostringstream text;
   text << "XML error: " << doc->ErrorName();
-  // The library keeps one detail string, which contains the line and what is wrong there.
+  // The library keeps one detail string, with the line and the error.
   const char* detail = doc->ErrorStr();
   if (detail != nullptr && *detail != '\0') {
     text << ", " << detail;

@@ -28,8 +28,8 @@ public:
 class BaseXmlLoader : public VisitorCallbacks {
 public:
   // Both return a document that the caller owns, or null with one text in the error list. Each call
-  // forgets the texts of the one before. The file name is not copied. parse_file also prints a line
-  // about a failure on standard output.
+  // first clears the texts of the call before. The file name is not copied. parse_file also prints
+  // a line about a failure on standard output.
   [[nodiscard]] tinyxml2::XMLDocument* parse_file(const char* filename);
   [[nodiscard]] tinyxml2::XMLDocument* parse_xml(const char* xml);
 
@@ -67,15 +67,16 @@ public:
   void PrintSpace(int depth) override;
 };
 
-// Whether the whole text is one unsigned number in the base (0: by its prefix). It must begin with
-// a digit, else *value is untouched; what was read of a number with other characters after it is
-// stored all the same. The conversion is that of unsigned long (long long): what is larger
-// saturates it, and the 32-bit form keeps its low bits. Both pass.
+// Whether the whole text is one unsigned number in the base (0: by its prefix). If the text does
+// not begin with a digit, *value is unchanged; if other characters follow the number, it is stored
+// all the same. The conversion is that of unsigned long (long long): a number beyond its
+// range becomes its largest value, and the 32-bit form keeps the low bits of the result. Neither is
+// an error.
 bool convert_to_unsigned(const char* str, unsigned int* value, int base);
 bool convert_to_unsigned64(const char* str, unsigned long long* value, int base);
 
 // Targets for reading numbers from a stream with either prefix: one word, "0x…" hexadecimal, "0…"
-// octal, else decimal. A word that is no number sets the fail bit.
+// octal, else decimal. A word that is not a number sets the fail bit.
 struct unsigned_hex {
   unsigned int value = 0;
 };

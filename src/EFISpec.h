@@ -25,7 +25,7 @@ enum MEM_INPUT_ACCESS_TYPE : unsigned { MEM_INPUT_READONLY, MEM_INPUT_READWRITE,
 inline constexpr std::array<const char*, 3> MEM_INPUT_ACCESS_TYPE_NAME = {"readonly", "readwrite",
                                                                           "scalar"};
 
-// Explains what an interface must have; appended to the messages about one that lacks it.
+// Explains what an interface must have. It follows the messages about an interface that lacks it.
 extern const char* const VEYRA_SIGNAL_HELP;
 
 // Latency or capacity that the specification does not give.
@@ -42,7 +42,7 @@ struct YesNo {
 struct EFIElem {
   // A component made in code.
   EFIElem() = default;
-  // A component read from a document, which has nothing but its names yet.
+  // A component read from a document, with its names only so far.
   EFIElem(std::string function_name, std::string module_name);
 
   std::string m_function_name;

@@ -23,13 +23,13 @@ constexpr std::uint32_t OTHER = 2;
 // the first ones. After them, only a state with several children is one.
 constexpr std::size_t MIN_ROW_CELLS = std::size_t{1} << 18;
 
-// A step waits for the memory, so that several parts of a block are searched at the same time. Six
-// take 0.4 ns for a byte, two take 1 ns.
+// Each step waits for memory, so several parts of a block are searched in turns. Six parts take
+// 0.4 ns for a byte, two take 1 ns.
 constexpr std::size_t CURSORS = 6;
 
 } // namespace
 
-// A line contains no line end, so that a key with one is never found.
+// A line contains no line end, so a key with one is never found.
 KeySearch::KeySearch(const std::vector<std::string>& keys, std::vector<bool>& found)
     : m_keys(keys), m_found(found), m_row_size(OTHER + 1) {
   m_class.fill(OTHER);

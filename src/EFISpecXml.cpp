@@ -58,7 +58,7 @@ bool EFIVisitor::visit_efi_spec(const XMLElement& elem) {
 }
 
 bool EFIVisitor::visit_efi_elem(const XMLElement& elem) {
-  // Elsewhere it is no component: its children will be found unexpected.
+  // Elsewhere it is not a component, and its children are reported as unexpected.
   if (!check_element_stack(1, "EFI_SPEC") && !check_element_stack(1, "RTL_SPEC")) {
     return ok();
   }
@@ -96,7 +96,7 @@ struct Place {
   const char* or_parent = nullptr; // the other one
 };
 
-// What each element under FUNCTION must keep, FUNCTION included.
+// The rules of FUNCTION and of each element under it.
 struct ElementRule {
   const char* name;
   Place place;
@@ -116,7 +116,7 @@ constexpr Place IN_FILE_LISTS = {2, "REQUIREMENTS", "C_MODEL"};
 
 constexpr unsigned ANY = 0;
 constexpr unsigned ONCE = 1;       // it appears once at most
-constexpr unsigned ALL_CHECKS = 2; // each check is made, after one that failed, too
+constexpr unsigned ALL_CHECKS = 2; // later checks are made even after one failed
 
 const ElementRule* find_rule(const char* name) {
   using V = EFIElemVisitor;

@@ -58,7 +58,7 @@ bool strings_in_file(const std::string& path, const std::vector<std::string>& ke
   if (fstat(fd.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
     return search.is_complete();
   }
-  // The names are usually near the begin of a file: the first block is small.
+  // The names are usually near the beginning of a file: the first block is small.
   const auto file_size = static_cast<std::size_t>(status.st_size);
   std::size_t block_size = std::max(MIN_BLOCK_SIZE, search.state_count());
   const std::size_t max_block_size =

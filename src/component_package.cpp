@@ -51,8 +51,8 @@ vex_pkg_ptr open_image(std::string_view image) {
       vex_pkg_open_file_from_memory(const_cast<char*>(image.data()), image.size(), 0));
 }
 
-// The names of all named sections, each followed by a line break. The container tells them only
-// into a buffer that is large enough; those of an undamaged package are part of its bytes.
+// The names of all named sections, each followed by a line break. The container writes them into a
+// buffer that must be large enough; in an undamaged package they are part of its bytes.
 std::string list_section_names(vex_pkg_file* pkg, std::size_t package_size) {
   std::string names;
   for (std::size_t size = 4096; size / 8 < package_size; size *= 4) {
@@ -83,8 +83,8 @@ std::vector<Section> read_sections(vex_pkg_file* pkg, std::size_t package_size, 
   return sections;
 }
 
-// The lines of a table that ends with END_OF_TABLE, as words; up to the first fault. Readers of
-// libraries take a limited number of lines, and a library has those of all its packages.
+// The words of each line of a table that ends with END_OF_TABLE, up to the first fault. Readers of
+// libraries accept a limited number of lines, and a library has the lines of all its packages.
 std::vector<std::vector<std::string>> read_table(const Section& section, std::size_t word_count,
                                                  FaultList& faults) {
   std::vector<std::vector<std::string>> lines;
@@ -101,8 +101,8 @@ std::vector<std::vector<std::string>> read_table(const Section& section, std::si
       return lines;
     }
     if (lines.size() == SHELVER_MAX_COMP_TABLE_ENTRIES) {
-      faults.add(format_text("%s: more than %u lines, which no reader takes", section.name.c_str(),
-                             SHELVER_MAX_COMP_TABLE_ENTRIES));
+      faults.add(format_text("%s: more than %u lines, the most that readers accept",
+                             section.name.c_str(), SHELVER_MAX_COMP_TABLE_ENTRIES));
       return lines;
     }
     lines.push_back(std::move(words));
@@ -143,7 +143,7 @@ void read_specification(const Section& section, std::string name, ComponentPacka
   }
 }
 
-// Sorts a section into the package.
+// Stores a section in the member of the package that its name selects.
 void read_component_section(const Section& section, ComponentPackage& package, FaultList& faults) {
   if (section.name == DIR_CONTAINER_SECTION) {
     read_directory_prefix(section, package, faults);
@@ -156,7 +156,7 @@ void read_component_section(const Section& section, ComponentPackage& package, F
   } else if (auto spec = strip_prefix(section.name, XML_SPEC_PREFIX)) {
     read_specification(section, std::move(*spec), package, faults);
   } else {
-    faults.add(format_text("section %s does not belong into a component package",
+    faults.add(format_text("section %s does not belong in a component package",
                            printable(section.name).c_str()));
   }
 }
@@ -200,7 +200,7 @@ void read_nested_component(const Section& section, PackageFile& file,
   vex_pkg_ptr pkg = open_image(section.bytes);
   const auto sections = read_sections(pkg.get(), section.bytes.size(), faults);
   if (!has_section(sections, COMP_HEADER_SECTION)) {
-    faults.add("no component package: no section .comp_header");
+    faults.add("not a component package: no section .comp_header");
     return;
   }
   ComponentPackage package = read_component(sections, faults);
@@ -238,8 +238,8 @@ void read_library(const std::vector<Section>& sections, PackageFile& file, Fault
     } else if (section.name == INFO_SECTION_NAME) {
       read_info(section, file, faults);
     } else if (!section.name.starts_with(CLANG_IR_PREFIX) && section.name != VERSION_SECTION) {
-      faults.add(format_text("section %s does not belong into a library",
-                             printable(section.name).c_str()));
+      faults.add(
+          format_text("section %s does not belong in a library", printable(section.name).c_str()));
     }
   }
   require_sections(sections, {INFO_SECTION_NAME, VERSION_SECTION}, faults);
@@ -275,7 +275,7 @@ bool read_image(std::string_view image, PackageFile& file, std::vector<std::stri
     file.kind = PackageKind::OPENCL;
   }
   if (file.kind == PackageKind::NONE) {
-    faults.add("no component package, no library and no OpenCL package");
+    faults.add("not a component package, a library or an OpenCL package");
   }
   return file.kind != PackageKind::NONE;
 }

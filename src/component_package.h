@@ -9,14 +9,13 @@
 #include <string_view>
 #include <vector>
 
-// Component packages, OpenCL packages and libraries as programs read them: each section under the
-// name of what it holds.
+// Component packages, OpenCL packages and libraries, read into structures.
 //
-// A component package holds ".dir_container" (the directory prefix), ".source.NAME" and
+// A component package contains ".dir_container" (the directory prefix), ".source.NAME" and
 // ".c_model.NAME" (files, named as in the specification), ".xml_spec.NAME" (the specification) and
 // ".comp_header" (a line "FUNCTION HDL\n" for each component, then "<END_OF_TABLE>"). A library
-// holds ".vex.comp.FUNCTION" (component packages), ".vex.clang_ir.TARGET" (bitcode) and the three
-// text sections that shelver.h describes. An OpenCL package holds bitcode sections only.
+// contains ".vex.comp.FUNCTION" (component packages), ".vex.clang_ir.TARGET" (bitcode) and the
+// three text sections that shelver.h describes. An OpenCL package contains bitcode sections only.
 namespace vex::efi {
 
 inline constexpr const char* DIR_CONTAINER_SECTION = ".dir_container";
@@ -45,9 +44,9 @@ struct PackagedFile {
 };
 
 struct ComponentPackage {
-  std::string section;    // that of the library that holds the package; empty for a package file
-  std::string_view image; // the whole package
-  std::string directory_prefix;       // empty, or folders each followed by "/"
+  std::string section;          // the library's section that contains it; empty for a package file
+  std::string_view image;       // the whole package
+  std::string directory_prefix; // empty, or folders each followed by "/"
   std::string specification_name;     // without folders; empty when there is no specification
   std::string_view specification;     // its text, without a terminator
   std::vector<PackagedFile> files;    // in the order of their sections
@@ -68,7 +67,7 @@ struct ClangIr {
   std::string_view bytes;
 };
 
-// What a package file holds. All views are valid as long as it lives.
+// The contents of a package file. All views are valid as long as it lives.
 struct PackageFile {
   MappedFile file;
   std::string_view image; // the whole file
@@ -86,10 +85,10 @@ struct PackageFile {
 
 // Reads the package in a file, or in an image that must outlive the result.
 //
-// Each thing that is wrong with it is appended to `faults`: a text without the file's name and
-// without a line end, such as ".vex.comp.add: no section .comp_header"; names in it are printable.
-// What could be read is returned all the same. Null, with one fault, when the file cannot be opened
-// or is no package. Nothing is printed.
+// Each fault is appended to `faults` as a text without the file's name and without a line end, such
+// as ".vex.comp.add: no section .comp_header"; names in it are printable. What could be read is
+// returned all the same. Null after a fault if the file cannot be opened or is not a package.
+// Nothing is printed.
 [[nodiscard]] std::unique_ptr<PackageFile> read_package_file(const std::string& path,
                                                              std::vector<std::string>& faults);
 [[nodiscard]] std::unique_ptr<PackageFile> read_package_image(std::string_view image,

@@ -7,7 +7,7 @@
 
 // The bytes of a regular file, mapped for reading.
 //
-// When somebody makes the file shorter meanwhile, reading what is gone raises SIGBUS: programs call
+// If another program makes the file shorter, reading the lost bytes raises SIGBUS: programs call
 // exit_when_a_mapped_file_shrinks first.
 class MappedFile {
 public:
@@ -29,5 +29,5 @@ private:
   std::string_view m_bytes;
 };
 
-// From now on SIGBUS ends the process with the status, after a line on standard error.
+// From now on SIGBUS prints a line on standard error and ends the process with the status.
 void exit_when_a_mapped_file_shrinks(int status);

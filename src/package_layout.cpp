@@ -20,11 +20,11 @@ namespace {
 
 static_assert(std::endian::native == std::endian::little); // as the fields of a package
 
-// Bytes of the file that belong to one thing.
+// The bytes of one section or table in the file.
 struct Extent {
   std::uint64_t begin;
   std::uint64_t end;
-  std::size_t section; // or one of the two below
+  std::size_t section; // its index, or one of the two below
 };
 constexpr std::size_t ELF_HEADER = SIZE_MAX;
 constexpr std::size_t HEADER_TABLE = SIZE_MAX - 1;
@@ -71,24 +71,24 @@ private:
 
   bool check_header() {
     if (!m_image.starts_with(std::string_view(ELFMAG, SELFMAG))) {
-      return fail("no package: the file does not begin as an ELF file");
+      return fail("not a package: not an ELF file");
     }
     if (m_image.size() < sizeof(Elf32_Ehdr)) {
       return fail("cut short: the ELF header is not whole");
     }
     m_header = read<Elf32_Ehdr>(0);
     if (m_header.e_ident[EI_CLASS] != ELFCLASS32 || m_header.e_ident[EI_DATA] != ELFDATA2LSB) {
-      return fail("no package: not a 32-bit little-endian ELF file");
+      return fail("not a package: not a 32-bit little-endian ELF file");
     }
     return true;
   }
 
-  // The count of sections is in the first header where the field of the ELF header is too small.
+  // If the field of the ELF header is too small for the count, it is in the first section header.
   bool find_section_table() {
     m_table = m_header.e_shoff;
     const std::uint64_t room = m_image.size() - std::min<std::uint64_t>(m_table, m_image.size());
     if (m_table == 0) {
-      return fail("no package: the file has no sections");
+      return fail("not a package: no sections");
     }
     if (room < sizeof(Elf32_Shdr)) {
       return fail(format_text("cut short: the section headers would begin at byte %zu of %zu",
@@ -121,10 +121,10 @@ private:
                       m_image.size()));
     }
     m_names = m_image.substr(header.sh_offset, header.sh_size);
-    return m_names.ends_with('\0') || fail("damaged: the last section name has no end");
+    return m_names.ends_with('\0') || fail("damaged: the last section name is not terminated");
   }
 
-  // At most one character more than a name may have.
+  // Cut one character after the longest name that is allowed.
   std::string_view name(std::size_t index) const {
     const std::string_view rest =
         m_names.substr(std::min<std::size_t>(section(index).sh_name, m_names.size()));
@@ -147,7 +147,7 @@ private:
     }
   }
 
-  // Names may be the ends of others, as some tools write them, but their sum is bounded.
+  // Some tools let a name share the end of another one. Only the sum of the lengths is limited.
   void check_names() {
     std::set<std::string_view> seen;
     std::size_t total = 0;

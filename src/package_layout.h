@@ -7,11 +7,10 @@
 
 namespace vex::efi {
 
-// Checks the tables of a package, as pkg.h describes the file, before its sections are read: they
-// and every section are within the image, nothing overlaps, and each name is one that the container
-// can list: ended, without a line break, used once. Texts of faults are appended as
-// read_package_file does it. True without a fault. The time is linear in the image, but for
-// sorting.
+// Checks the tables of a package (pkg.h describes the file) before its sections are read: they and
+// all sections are within the image, nothing overlaps, and each name is terminated, contains no
+// line break and is used once. Faults are appended in the form that read_package_file describes.
+// True without a fault. The time is linear in the image, except for sorting.
 bool check_package_layout(std::string_view image, std::vector<std::string>& faults);
 
 } // namespace vex::efi

@@ -7,30 +7,30 @@
 // The package container: named sections of opaque bytes in one ELF file.
 //
 // The file. A package is an ELF file of class ELFCLASS32, ELFDATA2LSB, e_type ET_NONE and e_machine
-// 62 (EM_X86_64, whatever the host is; readers must not look at it). It holds, in this order:
+// 62 (EM_X86_64, whatever the host is; readers must not look at it). It contains, in this order:
 //
 //   offset 0     the ELF header, 52 bytes, then zeros up to 128
 //   section 1    ".shstrtab", SHT_STRTAB with SHF_STRINGS: the section names, each ended by a NUL,
 //                the empty name first
 //   section 2    a nameless section of 4096 zero bytes, which every new package starts with
-//   section 3…   the sections that were added, in the order of their adding: SHT_PROGBITS, flags 0,
+//   section 3…   the added sections, in the order in which they were added: SHT_PROGBITS, flags 0,
 //                each at the next multiple of 128 bytes, gaps zeroed
 //   at the end   the section header table, 40 bytes an entry
 //
-// Offsets and sizes are 32 bits wide in such a file, so a package holds less than 4 GiB.
+// Offsets and sizes are 32 bits wide in such a file, so a package has less than 4 GiB.
 //
 // The functions. None throws, none aborts; when memory runs out, the operation fails. Unless said
 // otherwise they return 1 for success and 0 for failure; a null handle fails. A handle's show bits
 // say which messages it prints: failures on standard error, progress on standard output. A handle
-// on something that is no package (another kind of file, 64-bit or big-endian ELF, damaged tables,
-// sections or names that overlap, so that they claim more bytes than the file has) behaves as a
+// of a file that is not a package (another kind of file, 64-bit or big-endian ELF, damaged tables,
+// sections or names that overlap, so that they claim more bytes than the file has) behaves like a
 // package without sections.
 //
-// Ownership. The container never copies section contents. A buffer handed to add or update stays
-// its caller's and must live, unchanged, until the package is closed. Contents that the container
-// itself reads from files belong to the handle, which frees them at close. In a package that was
+// Ownership. The container never copies section contents. A buffer passed to add or update belongs
+// to the caller and must live, unchanged, until the package is closed. Contents that the container
+// reads from files belong to the handle, which frees them at close. In a package that was
 // created, a file of 16 KiB or more is mapped instead of read: it may be removed or replaced by
-// another one, but must not be changed until close, which fails when it was. Until then a section
+// another one, but must not be changed until close, which fails if it was. Until then a section
 // whose file was changed has no data for the read operations.
 
 struct vex_pkg_file;
@@ -55,24 +55,24 @@ inline constexpr std::size_t VEX_PKG_MAX_SECTION_NAME = 4096;
 
 // Opens the file `name`, or returns null with a message (without one when its string table is
 // empty). Creating makes an empty file, or keeps an existing one as it is until close. The handle
-// copies the name. A file of a kind that libelf cannot begin with (a directory) yields a handle all
-// the same, on which every operation fails.
+// copies the name. A file that libelf cannot open (a directory) also gives a handle, but
+// every operation on it fails.
 [[nodiscard]] vex_pkg_file* vex_pkg_open_file(const char* name, unsigned mode);
 
 // Opens the package that is in `image`, `size` bytes that must outlive the handle and are never
-// written. The mode may hold show bits only. Null for a null image or a size of 0, silently, or
-// after a message.
+// written. The mode may contain show bits only. Null after a message; null without one for a
+// null image or a size of 0.
 [[nodiscard]] vex_pkg_file* vex_pkg_open_file_from_memory(char* image, std::size_t size,
                                                           unsigned mode);
 
-// Writes what was changed, closes, and frees the handle. Null is ignored. Failures are only printed
-// (that of the write whatever the show bits say).
+// Writes the changes, closes the file and frees the handle. Null is ignored. Failures are only
+// printed (a failed write even without VEX_PKG_SHOW_ERRORS).
 //
 // The file is written whole or not at all: the package is written to a temporary file in the same
 // folder, ".bfcl-" and six characters, which takes over the file's permissions, and its owner where
 // the system allows that, and replaces the file at the end. A symbolic link stays one. After a
 // failure the file is as it was. A file with other hard links, or in a folder where the program may
-// not make files, is truncated and written over; until that has ended, it is no package.
+// not create files, is truncated and written in place; until that is complete, it is not a package.
 void vex_pkg_close_file(vex_pkg_file* pkg);
 
 // The same, but returns 0 when the file does not contain what the package did: writing, flushing or
@@ -87,7 +87,7 @@ unsigned vex_pkg_pack(const char* out_file, const char** in_files);
 unsigned vex_pkg_unpack(const char* in_file, const char* out_dir);
 unsigned vex_pkg_unpack_buffer(const char* buffer, std::size_t size, const char* out_dir);
 
-// Adds a section of `size` bytes. Fails when the package is read-only, has a section of that name,
+// Adds a section of `size` bytes. Fails if the package is read-only, has a section of that name,
 // or would grow beyond 4 GiB; and for a name longer than VEX_PKG_MAX_SECTION_NAME, which leaves a
 // nameless section behind.
 unsigned vex_pkg_add_data_section(vex_pkg_file* pkg, const char* name, const void* buffer,
@@ -100,7 +100,7 @@ unsigned vex_pkg_add_data_section(vex_pkg_file* pkg, const char* name, const voi
 // Adds the whole of a regular file as a section.
 unsigned vex_pkg_add_data_section_from_file(vex_pkg_file* pkg, const char* name, const char* path);
 
-// Whether the section exists and has data; silent when it does not exist. *size_out, when given,
+// Whether the section exists and has data; no message if it does not exist. *size_out, if given,
 // receives its size in bytes.
 unsigned vex_pkg_section_exists(vex_pkg_file* pkg, const char* name, std::size_t* size_out);
 
@@ -125,8 +125,8 @@ unsigned vex_pkg_update_section_from_file(vex_pkg_file* pkg, const char* name, c
 void vex_pkg_list_file_sections(vex_pkg_file* pkg);
 
 // Writes the names that the listing shows into the buffer: separated by "\n", ended by a NUL. A
-// package without named sections leaves the buffer untouched and succeeds. When the names do not
-// fit, those that did stay in the buffer and the result is 0.
+// package without named sections leaves the buffer unchanged and succeeds. If not all names fit,
+// the buffer contains those that did, and the result is 0.
 unsigned vex_pkg_section_names(vex_pkg_file* pkg, char* buffer, std::size_t buffer_size);
 
 struct vex_pkg_closer {

@@ -13,8 +13,8 @@ struct CodeRange {
   unsigned last;
 };
 
-// Controls (C0, C1), invisible characters, line separators, marks and overrides of the direction,
-// surrogates.
+// Control characters (C0, C1), invisible characters, line separators, direction marks and
+// overrides, surrogates.
 constexpr CodeRange REFUSED[] = {{0x00, 0x1f},     {0x7f, 0x9f},     {0x200b, 0x200f},
                                  {0x2028, 0x202e}, {0x2060, 0x206f}, {0xd800, 0xdfff},
                                  {0xfeff, 0xfeff}, {0x110000, ~0U}};

@@ -5,14 +5,14 @@
 #include <string>
 #include <string_view>
 
-// The length in bytes of the UTF-8 character that the text, which must not be empty, begins with.
-// 0 for a byte that begins none (a cut, overlong or surrogate sequence) and for a character that
-// moves the cursor, changes the direction of the text or has no width of its own.
+// The length in bytes of the UTF-8 character at the beginning of the text, which must not be empty.
+// 0 for an invalid sequence (cut, overlong, surrogate) and for a character that moves the cursor,
+// changes the direction of the text or is invisible.
 std::size_t printable_character_length(std::string_view text);
 
-// A name from a file that anybody may have written, as it may go to a terminal: each byte of what
-// printable_character_length refuses is written as "\xNN", a line break as "\n". Other text stays
-// as it is, backslashes included.
+// Makes a name from an untrusted file safe to print on a terminal: a line break becomes "\n", and
+// each byte for which printable_character_length is 0 becomes "\xNN". Other text is unchanged,
+// backslashes included.
 std::string printable(std::string_view text);
 
 // The number and the noun: "1 byte", "2 bytes".

@@ -12,14 +12,14 @@
 // function) or "LLVM_IR" (SECTION is the placeholder "<clang_ir>": the code is in the clang IR
 // sections).
 //
-// Both texts come from a file that anybody may have written: a reader returns 0 for one that is
-// damaged. The readers print nothing, but the container's show mode applies.
+// Both texts come from untrusted files: a reader returns 0 for a damaged text. The readers print
+// nothing, but the container prints what its show mode asks for.
 
 inline constexpr const char* INFO_SECTION_NAME = ".vex.info";
 inline constexpr const char* COMP_TABLE_SECTION_NAME = ".vex.comp_table";
 inline constexpr const char* END_OF_TABLE = "<END_OF_TABLE>";
 
-// The most lines that a component table may have; callers' arrays hold as many entries.
+// The most lines that a component table may have; callers' arrays have as many entries.
 inline constexpr unsigned SHELVER_MAX_COMP_TABLE_ENTRIES = 16384;
 
 // Strings are malloc'ed and belong to the record until it is freed.
@@ -45,7 +45,7 @@ char* shelver_strtok_r(char* str, const char* delimiters, char** save);
 int shelver_read_info_section(vex_pkg_file* lib_pkg, shelver_info_section* info_out);
 
 // Fills the first *num_entries entries, each to be freed by shelver_free_comp_table_entry. 1 on
-// success; 0, with nothing to free and *num_entries untouched, when the section is missing or
+// success; 0, with nothing to free and *num_entries unchanged, when the section is missing or
 // unreadable, a line has fewer than three words, or there are more than
 // SHELVER_MAX_COMP_TABLE_ENTRIES lines. A text that ends without "<END_OF_TABLE>" is read to its
 // end.

@@ -38,7 +38,7 @@ private:
 };
 
 // Waits until no other descriptor has the file's lock, and takes it until the descriptor is closed.
-// Where files cannot be locked, nobody waits.
+// Where files cannot be locked, it returns at once.
 inline void lock_file(int fd) {
   struct flock lock = {}; // all of the file
   lock.l_type = F_WRLCK;
@@ -62,7 +62,7 @@ std::size_t move_all(std::size_t size, Move move) {
   return done;
 }
 
-// Reads `size` bytes from the file's begin; returns how many came.
+// Reads `size` bytes from the beginning of the file; returns how many it could read.
 inline std::size_t read_all_into(int fd, void* target, std::size_t size) {
   return move_all(size, [&](std::size_t done, std::size_t left) {
     return pread(fd, static_cast<char*>(target) + done, left, static_cast<off_t>(done));

@@ -6,13 +6,13 @@
 #include <cstdlib>
 #include <functional>
 
-// Assertions of the interface. Every build type contains them, as callers see them.
+// Assertions of the interface. Callers rely on them, so every build type contains them.
 //
 // VEX_ASSERT(expression) quotes the expression as it is written; VEX_ASSERT_TEXT(expression, text)
 // quotes the given text instead. A failure prints the text with its place on standard error, in the
 // form of the C library's own assertions, and aborts. What was already printed on standard output
 // is flushed first: abort() would lose it. Then vex_assert_cleanup is called, if it is set: it
-// removes files whose owners are not destroyed any more.
+// removes files whose owners abort() does not destroy.
 #define VEX_ASSERT(expression) VEX_ASSERT_TEXT(expression, #expression)
 #define VEX_ASSERT_TEXT(expression, text)                                                          \
   (static_cast<bool>(expression) ? static_cast<void>(0)                                            \

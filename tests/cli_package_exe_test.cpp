@@ -291,13 +291,13 @@ TEST_F(Packages, HostileNamesAreRefused) {
       {component("", {{".c_model.a/../../x.v", ""}}), ".c_model.a/../../x.v: " + out},
       {component("d/", {{".source.../../x.v", ""}}), ".source.../../x.v: " + out},
       {component("", {{".source./etc/x.v", ""}}), ".source./etc/x.v: absolute file name"},
-      {component("/", {}), ".dir_container: not names of folders"},
-      {component("../", {{".source.../x.v", ""}}), ".dir_container: not names of folders"},
-      {component("/etc/", {}), ".dir_container: not names of folders"},
+      {component("/", {}), ".dir_container: not a list of folder names"},
+      {component("../", {{".source.../x.v", ""}}), ".dir_container: not a list of folder names"},
+      {component("/etc/", {}), ".dir_container: not a list of folder names"},
       {component("a//", {}), ".dir_container: 2 folders, but file names climb 0 levels"},
-      {component(std::string("a\0b/", 4), {}), ".dir_container: not names of folders"},
-      {component(std::string(300, 'd') + "/", {}), ".dir_container: not names of folders"},
-      {component(deep, {}), ".dir_container: not names of folders"},
+      {component(std::string("a\0b/", 4), {}), ".dir_container: not a list of folder names"},
+      {component(std::string(300, 'd') + "/", {}), ".dir_container: not a list of folder names"},
+      {component(deep, {}), ".dir_container: not a list of folder names"},
       {component("d/", {}), ".dir_container: 1 folder, but file names climb 0 levels"},
       {component("", {{".source.", ""}}), ".source.: not a file name"},
       {component("", {{".source.a/", ""}}), ".source.a/: not a file name"},
@@ -309,13 +309,13 @@ TEST_F(Packages, HostileNamesAreRefused) {
        ".source.a/../b: has the same place as another file of other contents"},
       {component("", {{".c_model.s.xml", ""}}), ".c_model.s.xml: has the same place as another file of other contents"},
       {component("", {{".source.a", ""}, {".source.a/b", ""}}), ".source.a/b: needs a folder where another file is"},
-      {component("", {{".source.a/b", ""}, {".source.a", ""}}), ".source.a: a file where another one needs a folder"},
+      {component("", {{".source.a/b", ""}, {".source.a", ""}}), ".source.a: is where another file needs a folder"},
       {component("", {{".source.\x1b/../../\x1b", ""}}), ".source.\\x1b/../../\\x1b: " + out},
       {component("", {{".source.x\ny", ""}}), "section .source.x\\ny: a line break in the name"},
-      {library("../f"), ".vex.comp.../f: does not end with a name for a folder"},
-      {library(".."), ".vex.comp...: does not end with a name for a folder"},
+      {library("../f"), ".vex.comp.../f: does not end with a folder name"},
+      {library(".."), ".vex.comp...: does not end with a folder name"},
       {replaced(library("f"), ".comp_header", ".xomp_header"),
-       ".vex.comp.f: no component package: no section .comp_header"},
+       ".vex.comp.f: not a component package: no section .comp_header"},
   };
   for (const auto& [image, fault] : cases) {
     write_file("bad", image);
@@ -326,10 +326,10 @@ TEST_F(Packages, HostileNamesAreRefused) {
     EXPECT_FALSE(std::filesystem::exists("new"));
   }
   write_file("bad", library("a/b"));
-  EXPECT_EQ("bfcl-package: bad: .vex.comp.a/b: does not end with a name for a file\n",
+  EXPECT_EQ("bfcl-package: bad: .vex.comp.a/b: does not end with a file name\n",
             bfcl_package({"unpack", "--packages", "bad", "-C", "new"}).err);
   const std::pair<std::vector<std::string>, std::string> refused[] = {
-      {{"add.bfco", "--packages"}, "add.bfco: no library: only a library has packages"},
+      {{"add.bfco", "--packages"}, "add.bfco: not a library: only libraries contain packages"},
       {{"add.bfco", "--function", "x"}, "add.bfco: no component package defines the function x"},
       {{"lib.bfclib", "--packages", "--function", "x"}, "lib.bfclib: no function x"},
       {{"absent"}, "absent: cannot open: No such file or directory"}};
@@ -349,9 +349,9 @@ TEST_F(Packages, WhatExistsIsKept) {
       {"a file that is a link", "ln -s ../victim new/mix/top.v", "new/mix/top.v: is a symbolic link"},
       {"a dangling link", "ln -s ../absent new/mix/top.v", "new/mix/top.v: is a symbolic link"},
       {"a folder that is a link", "rm -r new/mix; ln -s ../outside new/mix", "new/mix: is a symbolic link"},
-      {"a file that is a folder", "mkdir new/mix/top.v", "new/mix/top.v: exists and is no regular file"},
-      {"a file that is a FIFO", "mkfifo new/mix/top.v", "new/mix/top.v: exists and is no regular file"},
-      {"a folder that is a file", "echo >new/model", "new/model: exists and is no folder"},
+      {"a file that is a folder", "mkdir new/mix/top.v", "new/mix/top.v: exists and is not a regular file"},
+      {"a file that is a FIFO", "mkfifo new/mix/top.v", "new/mix/top.v: exists and is not a regular file"},
+      {"a folder that is a file", "echo >new/model", "new/model: exists and is not a folder"},
       {"the destination is a file", "rm -r new; echo >new", "new: Not a directory"},
   };
   for (const auto& [name, prepare, fault] : cases) {
@@ -415,7 +415,7 @@ TEST_F(Packages, Verify) {
       {make_package({{ir("spir64-unknown-unknown-ostrahw"), ""}}),
        "no section .vex.clang_ir.x86_64-unknown-linux-ostrahw beside those of other targets\n"},
       {make_package({{ir("x86_64-unknown-linux-ostrahw"), ""}, {ir("x"), ""}}),
-       "section .vex.clang_ir.x: no target that \"create\" takes\n"},
+       "section .vex.clang_ir.x: not a target that \"create\" accepts\n"},
       {add.substr(0, add.size() - 1), "cut short: 8 section headers at byte 5272 of 5591\n"},
       {replaced(add, "<RTL_SPEC>", "<RTL_SPUR>"),
        "XML error: XML_ERROR_MISMATCHED_ELEMENT, Error=XML_ERROR_MISMATCHED_ELEMENT ErrorID=14 (0xe) Line number=1: "
@@ -437,7 +437,7 @@ TEST_F(Packages, Verify) {
                      {".c_model.../model/m.cl", ""},
                      {".xml_spec.mix.xml", XML},
                      {".comp_header", "mix HDL\nmix HDL\n<END_OF_TABLE>"}}),
-       ".comp_header: a function is there twice\n"},
+       ".comp_header: a function is listed twice\n"},
       {replaced(mix, "mix/", "m/x/"), ".dir_container: 2 folders, but file names climb 1 level\n"},
       {replaced(mix, "mix/", "../."), ".dir_container: no \"/\" at the end\n"},
       {replaced(read_file("lib.bfclib"), "<RTL_SPEC>\n<FUNCTION name='add'", "<RTL_SPEC>\n<FUNCTION name='bad'"),
@@ -448,7 +448,7 @@ TEST_F(Packages, Verify) {
       {library(""), ".vex.comp.add: function add is not in .vex.comp_table\n"},
       {library(line + line), ".vex.comp_table: two lines for function add\n"},
       {library(line + "u LLVM_IR .vex.comp.add\n"), ".vex.comp_table: no bitcode for function u\n"},
-      {library(line + "u VHDL .vex.comp.add\n"), ".vex.comp_table: function u is of the unknown kind VHDL\n"},
+      {library(line + "u VHDL .vex.comp.add\n"), ".vex.comp_table: function u has the unknown kind VHDL\n"},
       {library(line + "u HDL .vex.comp.u\n"), ".vex.comp_table: no component package .vex.comp.u for function u\n"},
       {library(line + "u HDL .vex.comp.add\n"), ".vex.comp_table: .vex.comp.add does not define function u\n"},
       {library("add HDL .vex.comp.sum\n", ".vex.comp.sum"),

@@ -90,7 +90,7 @@ TEST_F(ComponentPackages, ALibraryAndAnOpenclPackage) {
 }
 
 TEST_F(ComponentPackages, Faults) {
-  const std::string none = "no component package, no library and no OpenCL package";
+  const std::string none = "not a component package, a library or an OpenCL package";
   const std::string table = ".vex.comp_table";
   std::string many;
   for (int i = 0; i < 16385; ++i) {
@@ -108,7 +108,7 @@ TEST_F(ComponentPackages, Faults) {
       {with(COMPONENT, ".xml_spec.s.xml", ".xml_spec.a/s.xml", ""),
        {"section .xml_spec.a/s.xml does not end with a file name", "no section .xml_spec.NAME"}},
       {with(COMPONENT, "", ".xml_spec.t.xml", ""), {"more than one section .xml_spec.NAME"}},
-      {with(COMPONENT, "", "\x1b[2J", ""), {"section \\x1b[2J does not belong into a component package"}},
+      {with(COMPONENT, "", "\x1b[2J", ""), {"section \\x1b[2J does not belong in a component package"}},
       {with(COMPONENT, "", "x\ny", ""), {"section x\\ny: a line break in the name"}},
       {with(COMPONENT, ".comp_header", ".comp_header", "f HDL\n"), {".comp_header: no line <END_OF_TABLE>"}},
       {with(COMPONENT, ".comp_header", ".comp_header", "f HDL\n\n<END_OF_TABLE>"),
@@ -118,9 +118,8 @@ TEST_F(ComponentPackages, Faults) {
       {with(COMPONENT, ".comp_header", ".comp_header", "f IP\n<END_OF_TABLE>"),
        {".comp_header: function f is of the kind IP, not HDL"}},
       {with(COMPONENT, ".comp_header", ".comp_header", many + "<END_OF_TABLE>"),
-       {".comp_header: more than 16384 lines, which no reader takes"}},
-      {with(m_library, ".vex.comp.f", ".vex.comp.f", "none"),
-       {".vex.comp.f: no package: the file does not begin as an ELF file"}},
+       {".comp_header: more than 16384 lines, the most that readers accept"}},
+      {with(m_library, ".vex.comp.f", ".vex.comp.f", "none"), {".vex.comp.f: not a package: not an ELF file"}},
       {with(m_library, ".vex.comp.f", ".vex.comp.f", make_package(with(COMPONENT, ".dir_container", "", ""))),
        {".vex.comp.f: no section .dir_container"}},
       {with(m_library, table, table, "f HDL  .vex.comp.f\n<END_OF_TABLE>"), {".vex.comp_table: line 1 is not 3 words"}},
@@ -130,7 +129,7 @@ TEST_F(ComponentPackages, Faults) {
        {".vex.info: not the three words version, name and vendor"}},
       {with(m_library, ".vex.info", "", ""), {"no section .vex.info"}},
       {with(m_library, ".vex.version", "", ""), {"no section .vex.version"}},
-      {with(m_library, "", ".comp_header", ""), {"section .comp_header does not belong into a library"}},
+      {with(m_library, "", ".comp_header", ""), {"section .comp_header does not belong in a library"}},
   };
   for (const auto& [sections, expected] : cases) {
     SCOPED_TRACE(expected[0]);
@@ -155,10 +154,10 @@ TEST_F(ComponentPackages, FaultsOfTheLayout) {
     std::uint32_t value;
     std::string expected;
   } cases[] = {
-      {0, 1, 'E', "no package: the file does not begin as an ELF file"},
-      {4, 1, 2, "no package: not a 32-bit little-endian ELF file"},
-      {5, 1, 2, "no package: not a 32-bit little-endian ELF file"},
-      {32, 4, 0, "no package: the file has no sections"},
+      {0, 1, 'E', "not a package: not an ELF file"},
+      {4, 1, 2, "not a package: not a 32-bit little-endian ELF file"},
+      {5, 1, 2, "not a package: not a 32-bit little-endian ELF file"},
+      {32, 4, 0, "not a package: no sections"},
       {32, 4, 0xffffffff, "cut short: the section headers would begin at byte 4294967295" + of},
       {46, 2, 41, "damaged: section headers of 41 bytes"},
       {48, 2, 6, "cut short: 6" + at_table},
@@ -168,7 +167,7 @@ TEST_F(ComponentPackages, FaultsOfTheLayout) {
       {50, 2, 3, no_names},
       {field(1, 16), 4, 0xffffff00,
        "cut short: the table of the section names is at bytes 4294967040 to 4294967068" + of},
-      {field(1, 20), 4, 27, "damaged: the last section name has no end"},
+      {field(1, 20), 4, 27, "damaged: the last section name is not terminated"},
       {field(3, 0), 4, 28, "damaged: the name of section number 3 is not in the table"},
       {field(3, 4), 4, 8, "damaged: section .comp_header has no bytes in the file"},
       {field(4, 20), 4, 0xffffffff, "cut short: section .x is at bytes 4480 to 4294971775" + of},
@@ -217,7 +216,7 @@ TEST_F(ComponentPackages, FilesThatCannotBeRead) {
   const std::pair<std::string, std::string> cases[] = {{"absent", "cannot open: No such file or directory"},
                                                        {"directory", "cannot open: not a regular file"},
                                                        {"/dev/zero", "cannot open: not a regular file"},
-                                                       {"empty", "no package: the file does not begin as an ELF file"}};
+                                                       {"empty", "not a package: not an ELF file"}};
   for (const auto& [path, expected] : cases) {
     Faults faults;
     EXPECT_EQ(nullptr, read_package_file(path, faults));

@@ -15,8 +15,8 @@ inline constexpr int STATUS_OK = 0;
 inline constexpr int STATUS_FAULT = 1; // a file is damaged or could not be read or written
 inline constexpr int STATUS_USAGE = 2;
 
-// Each declares the options of a command. When the command is given, it runs after the arguments
-// are parsed, and stores its exit status. The command and the status outlive the call.
+// Each adds the options of a command, with a callback that runs it after the arguments are parsed
+// and stores its exit status in *status. `command` and `*status` must outlive the callback.
 void add_show(CLI::App& command, int* status);
 void add_unpack(CLI::App& command, int* status);
 void add_verify(CLI::App& command, int* status);

@@ -14,7 +14,7 @@ using namespace vex::efi;
 
 namespace {
 
-// "create" takes no OpenCL package without this target, and no code for others than the three.
+// "create" accepts no OpenCL package without this target, and ignores targets other than the three.
 constexpr const char* REQUIRED_TARGET = "x86_64-unknown-linux-ostrahw";
 constexpr std::string_view TARGETS[] = {"spir64-unknown-unknown-ostrahw", REQUIRED_TARGET,
                                         "x86_64-pc-windows-ostrahw"};
@@ -61,7 +61,7 @@ private:
       return format_text("function %s of .comp_header is not in the specification", name);
     });
     if (listed.size() < m_package.functions.size()) {
-      m_faults.push_back(m_where + ".comp_header: a function is there twice");
+      m_faults.push_back(m_where + ".comp_header: a function is listed twice");
     }
   }
 
@@ -115,8 +115,8 @@ public:
   }
 
 private:
-  // Where an OpenCL function and a component are joined, a component's function may have a second
-  // line, of the kind LLVM_IR: "create" counts the lines of one kind in a list of both.
+  // In a library with OpenCL code, a component's function may have a second line, of the kind
+  // LLVM_IR: "create" writes the last names of a sorted list that contains both kinds.
   void check_function(const LibraryFunction& function) {
     const std::string name = printable(function.name);
     if (!m_seen.insert(function.kind + " " + function.name).second) {
@@ -125,7 +125,7 @@ private:
     if (function.kind == HDL_KIND) {
       check_hdl_function(function, name);
     } else if (function.kind != LLVM_IR_KIND) {
-      m_faults.push_back(format_text(".vex.comp_table: function %s is of the unknown kind %s",
+      m_faults.push_back(format_text(".vex.comp_table: function %s has the unknown kind %s",
                                      name.c_str(), printable(function.kind).c_str()));
     } else if (function.section != CLANG_IR_PLACEHOLDER || m_library.clang_ir.empty()) {
       m_faults.push_back(format_text(".vex.comp_table: no bitcode for function %s", name.c_str()));
@@ -171,7 +171,7 @@ void check_targets(const PackageFile& file, std::vector<std::string>& faults) {
                   [](const ClangIr& code) { return code.target == REQUIRED_TARGET; });
   for (const ClangIr& code : file.clang_ir) {
     if (std::find(std::begin(TARGETS), std::end(TARGETS), code.target) == std::end(TARGETS)) {
-      faults.push_back(format_text("section .vex.clang_ir.%s: no target that \"create\" takes",
+      faults.push_back(format_text("section .vex.clang_ir.%s: not a target that \"create\" accepts",
                                    printable(code.target).c_str()));
     }
   }

@@ -10,8 +10,8 @@ namespace bfcl::package {
 
 // Checks what is inside a package that was read without a fault: the specification of each
 // component package against its header, its files and its directory prefix; a library's table
-// against its component packages and its bitcode. Texts of faults are appended as read_package_file
-// does it.
+// against its component packages and its bitcode. Faults are appended in the form that
+// read_package_file describes.
 void check_consistency(const vex::efi::PackageFile& file, std::vector<std::string>& faults);
 
 } // namespace bfcl::package

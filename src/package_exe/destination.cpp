@@ -47,7 +47,7 @@ bool write_package(int fd, const std::vector<ClangIr>& code) {
 }
 
 const char* describe_write_error(int error) {
-  if (error == EFAULT) { // what is written is mapped
+  if (error == EFAULT) { // reading the mapped source failed
     return "the package became shorter while it was read";
   }
   return error != 0 ? std::strerror(error) : "cannot be written";
@@ -76,7 +76,7 @@ bool has_code(int fd, const std::vector<ClangIr>& code) {
                     });
 }
 
-// Whether the regular file holds what is planned.
+// Whether the regular file has the planned contents.
 bool has_contents(int folder, const char* name, const struct stat& status,
                   const PlannedFile& file) {
   const unique_fd fd(openat(folder, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
@@ -153,8 +153,8 @@ private:
         add_fault(name, std::strerror(errno));
       }
     } else if (!S_ISREG(status.st_mode)) {
-      add_fault(name,
-                S_ISLNK(status.st_mode) ? "is a symbolic link" : "exists and is no regular file");
+      add_fault(name, S_ISLNK(status.st_mode) ? "is a symbolic link"
+                                              : "exists and is not a regular file");
     } else if (has_contents(folder, name.c_str(), status, file)) {
       m_left_alone.insert(&file);
     } else if (!m_force) {
@@ -178,7 +178,7 @@ private:
     struct stat status = {};
     const bool known = fstatat(parent, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
     add_fault(name, known && S_ISLNK(status.st_mode)    ? "is a symbolic link"
-                    : known && !S_ISDIR(status.st_mode) ? "exists and is no folder"
+                    : known && !S_ISDIR(status.st_mode) ? "exists and is not a folder"
                                                         : std::strerror(error));
   }
 
@@ -195,9 +195,9 @@ private:
     return written;
   }
 
-  // The file gets its name when it is whole.
+  // The file gets its name when it is complete.
   bool write_file(const PlannedFile& file, int folder, const std::string& name) {
-    const SignalBlock no_signals; // would leave the unfinished file
+    const SignalBlock no_signals; // they would leave an unfinished file
     const std::string part = make_part_name();
     const unique_fd fd(openat(folder, part.c_str(), NEW_FILE_FLAGS, 0666));
     if (!fd) {
@@ -216,7 +216,7 @@ private:
     return true;
   }
 
-  // Not every file system can rename without replacing.
+  // Not every file system can rename without replacing a file.
   [[nodiscard]] bool give_name(int folder, const char* part, const char* name) const {
     if (renameat2(folder, part, folder, name, m_force ? 0 : RENAME_NOREPLACE) == 0) {
       return true;

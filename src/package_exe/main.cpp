@@ -34,7 +34,7 @@ int run(int argc, char** argv) {
   }
   try {
     app.parse(argc, argv);
-  } catch (const CLI::ParseError& error) { // the argument library's way to end, help included
+  } catch (const CLI::ParseError& error) { // also thrown for --help
     return app.exit(error) == 0 ? STATUS_OK : STATUS_USAGE;
   }
   return status;
@@ -49,7 +49,7 @@ int main(int argc, char** argv) {
   int status = STATUS_FAULT;
   try {
     status = run(argc, argv);
-  } catch (const std::exception& error) { // the standard library's, when memory is out
+  } catch (const std::exception& error) { // no memory
     std::fprintf(stderr, "bfcl-package: %s\n", error.what());
   }
   if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {

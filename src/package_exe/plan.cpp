@@ -28,7 +28,7 @@ std::vector<std::string_view> split_path(std::string_view path) {
   return words;
 }
 
-// Where a walk through folders is: the folders from the root on.
+// The folders from the root to the current one.
 using Place = std::vector<PlannedFolder*>;
 
 class ComponentPlan {
@@ -40,7 +40,7 @@ public:
   std::string make() {
     const std::size_t old_faults = m_faults.size();
     if (!enter_prefix()) {
-      add_fault(DIR_CONTAINER_SECTION, "not names of folders");
+      add_fault(DIR_CONTAINER_SECTION, "not a list of folder names");
       return "";
     }
     add_file(std::string(XML_SPEC_PREFIX) + m_package.specification_name,
@@ -97,7 +97,7 @@ private:
     return true;
   }
 
-  // False when a file has that name.
+  // False if a file has that name.
   bool enter(Place& place, std::string_view word) {
     const std::string name(word);
     if (place.back()->files.contains(name)) {
@@ -161,7 +161,7 @@ private:
     if (!is_file_name(name)) {
       add_fault(section, "not a file name");
     } else if (folder.folders.contains(std::string(name))) {
-      add_fault(section, "a file where another one needs a folder");
+      add_fault(section, "is where another file needs a folder");
     } else if (const auto [place, added] =
                    folder.files.try_emplace(std::string(name), PlannedFile{bytes, nullptr});
                !added && place->second.bytes != bytes) {
@@ -173,8 +173,8 @@ private:
   std::size_t& m_folder_count;
   std::vector<std::string>& m_faults;
   Place m_place;             // to the folder of the specification
-  std::string m_path;        // the same as text, with "." as the prefix has it, ending with "/"
-  std::size_t m_levels = 0;  // that the prefix has
+  std::string m_path;        // the same as text, with the prefix unchanged, ending with "/"
+  std::size_t m_levels = 0;  // folders of the prefix
   std::size_t m_climbed = 0; // the most levels that a name climbs above the specification
 };
 

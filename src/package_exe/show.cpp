@@ -17,7 +17,7 @@ struct ShowOptions {
   bool json = false;
 };
 
-// Reads a file and the specifications in it. Nothing when it is no package; faults are reported.
+// Reads a file and the specifications in it. Nothing if it is not a package; faults are printed.
 std::optional<ShownFile> read_shown_file(const std::string& path, int* status) {
   std::vector<std::string> faults;
   ShownFile file = {path, vex::efi::read_package_file(path, faults), {}};
@@ -52,15 +52,15 @@ int show_json(const std::vector<std::string>& paths) {
       document["files"].push_back(make_json(*file));
     }
   }
-  const auto replace = nlohmann::ordered_json::error_handler_t::replace; // of what is not UTF-8
-  std::puts(document.dump(2, ' ', true, replace).c_str()); // in ASCII, as a terminal may show it
+  const auto replace = nlohmann::ordered_json::error_handler_t::replace; // what is not UTF-8
+  std::puts(document.dump(2, ' ', true, replace).c_str()); // ASCII: safe on a terminal
   return status;
 }
 
 } // namespace
 
 void report_faults(const std::string& file, const std::vector<std::string>& faults) {
-  std::fflush(stdout); // in order, where both go to one place
+  std::fflush(stdout); // keep the order if both streams are one
   for (const std::string& fault : faults) {
     std::fprintf(stderr, "bfcl-package: %s: %s\n", printable(file).c_str(), fault.c_str());
   }

@@ -37,7 +37,7 @@ std::string describe_scheduling(const EFIElem& elem) {
   return join(texts);
 }
 
-// The ports of the streaming signals; a name that differs from its signal's is given with it.
+// The ports of the streaming signals; a port of another name is followed by its signal.
 std::string describe_signals(const EFIElem& elem) {
   std::vector<std::string> texts;
   for (std::size_t i = 0; i < VRM_SIGNAL_NAME.size(); ++i) {

@@ -5,7 +5,7 @@
 
 namespace bfcl::package {
 
-// Holds back the signals that end a program from outside while it lives.
+// While it lives, blocks the signals by which users and systems end a program.
 class SignalBlock {
 public:
   SignalBlock() {

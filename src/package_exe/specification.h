@@ -10,8 +10,8 @@
 
 namespace bfcl::package {
 
-// Loads the specification inside a package, without the checks that open the files which it names.
-// Null after a fault, which has one line and begins with the section of the package in a library.
+// Loads the specification in a package, without the checks that open the files it names. Null after
+// a fault: one line, which begins with the package's section if a library contains it.
 [[nodiscard]] std::unique_ptr<vex::efi::EFISpec>
 load_specification(const vex::efi::ComponentPackage& package, std::vector<std::string>& faults);
 

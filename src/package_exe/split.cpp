@@ -17,8 +17,8 @@ constexpr const char* DEFAULT_VERSION = "no_version";
 constexpr const char* DEFAULT_NAME = "no_lib_name";
 constexpr const char* DEFAULT_VENDOR = "no_vendor";
 
-// One name for each package. "create" sorts its operands: where the names of the functions are not
-// in the order of the library, a number of equal length precedes each.
+// A file name for each package. "create" sorts its operands, so if the functions are not sorted in
+// the library, each name begins with a number; all numbers have the same length.
 std::vector<std::string> name_packages(const std::vector<ComponentPackage>& components) {
   std::vector<std::string> names(components.size());
   std::transform(
@@ -67,8 +67,8 @@ UnpackPlan plan_packages(const PackageFile& library, const UnpackOptions& option
   for (std::size_t i = 0; i < names.size(); ++i) {
     const ComponentPackage& package = library.components[i];
     if (!is_file_name(names[i])) {
-      faults.push_back(format_text("%s: does not end with a name for a file",
-                                   printable(package.section).c_str()));
+      faults.push_back(
+          format_text("%s: does not end with a file name", printable(package.section).c_str()));
     } else if (all || wanted == &package) {
       plan.root.files[names[i]] = {package.image, nullptr};
     }

@@ -54,7 +54,7 @@ std::size_t find_fitting_length(std::string_view text, std::size_t width) {
   return length;
 }
 
-// Takes a line off the text, and the blank at which it was cut.
+// Removes a line from the text, with the blank at which it was cut, and returns the line.
 std::string_view take_line(std::string_view& text, std::size_t width) {
   std::size_t length = find_fitting_length(text, width);
   std::size_t next = length;

@@ -27,8 +27,8 @@ void plan_library(const PackageFile& library, UnpackPlan& plan, const UnpackOpti
   for (const ComponentPackage& package : library.components) {
     const std::string name = get_first_function(package);
     if (!is_file_name(name)) {
-      faults.push_back(format_text("%s: does not end with a name for a folder",
-                                   printable(package.section).c_str()));
+      faults.push_back(
+          format_text("%s: does not end with a folder name", printable(package.section).c_str()));
       return;
     }
     auto& folder = plan.root.folders[name];
@@ -39,16 +39,16 @@ void plan_library(const PackageFile& library, UnpackPlan& plan, const UnpackOpti
   }
 }
 
-// Whether the file holds what the options ask for.
+// Whether the file contains what the options ask for.
 bool check_kind(const PackageFile& package, const UnpackOptions& options,
                 std::vector<std::string>& faults) {
   const std::size_t old_faults = faults.size();
   if (options.packages && package.kind != PackageKind::LIBRARY) {
-    faults.emplace_back("no library: only a library has packages");
+    faults.emplace_back("not a library: only libraries contain packages");
   } else if (package.kind == PackageKind::OPENCL) {
-    faults.emplace_back("an OpenCL package: there are no source files in it");
+    faults.emplace_back("an OpenCL package contains no source files");
   } else if (!options.packages && options.function.empty() && package.components.empty()) {
-    faults.emplace_back("no component packages, only OpenCL code: --packages writes it");
+    faults.emplace_back("contains no component packages, only OpenCL code: --packages writes it");
   }
   return faults.size() == old_faults;
 }

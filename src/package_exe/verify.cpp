@@ -10,7 +10,7 @@ namespace bfcl::package {
 
 namespace {
 
-// Prints a line for each fault, or that there is none.
+// Prints a line for each fault, or "ok".
 bool verify_file(const std::string& path) {
   std::vector<std::string> faults;
   const auto file = vex::efi::read_package_file(path, faults);
