@@ -303,7 +303,7 @@ TEST_F(Packages, HostileNamesAreRefused) {
       {component("", {{".source.a/", ""}}), ".source.a/: not a file name"},
       {component("", {{".source.a/..", ""}}), ".source.a/..: not a file name"},
       {component("", {{".source." + std::string(300, 'n'), ""}}),
-       ".source." + std::string(300, 'n') + ": not a file name"},
+       ".source." + std::string(300, 'n') + ": file name too long"},
       {component("", {{".source." + deep + "x.v", ""}}), ".source." + deep + "x.v: file name too long"},
       {component("", {{".source.b", "1"}, {".source.a/../b", "2"}}),
        ".source.a/../b: has the same place as another file of other contents"},

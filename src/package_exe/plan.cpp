@@ -159,7 +159,7 @@ private:
   void put_file(const std::string& section, std::string_view name, std::string_view bytes,
                 PlannedFolder& folder) {
     if (!is_file_name(name)) {
-      add_fault(section, "not a file name");
+      add_fault(section, name.size() > NAME_MAX ? "file name too long" : "not a file name");
     } else if (folder.folders.contains(std::string(name))) {
       add_fault(section, "is where another file needs a folder");
     } else if (const auto [place, added] =
