@@ -2,7 +2,6 @@
 #include "commands.h"
 
 #include <cerrno>
-#include <clocale>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -43,7 +42,6 @@ int run(int argc, char** argv) {
 } // namespace
 
 int main(int argc, char** argv) {
-  std::setlocale(LC_CTYPE, "");
   std::signal(SIGXFSZ, SIG_IGN); // a write beyond a limit fails like one on a full disk
   exit_when_a_mapped_file_shrinks(STATUS_FAULT);
   int status = STATUS_FAULT;

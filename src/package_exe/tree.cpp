@@ -4,6 +4,7 @@
 #include "printable.h"
 
 #include <algorithm>
+#include <clocale>
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
@@ -125,7 +126,9 @@ TreeStyle find_style_of_stdout() {
   const bool plain =
       is_set(std::getenv("NO_COLOR")) || !is_set(terminal) || std::strcmp(terminal, "dumb") == 0;
   TreeStyle style;
+  std::setlocale(LC_CTYPE, "");
   style.utf8 = std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
+  std::setlocale(LC_CTYPE, "C.UTF-8"); // names are UTF-8 in every locale
   style.colour = !plain && isatty(STDOUT_FILENO) == 1;
   return style;
 }

@@ -22,7 +22,7 @@ struct TreeStyle {
 };
 
 // The style for standard output: colour on a terminal unless NO_COLOR is set, box characters in a
-// UTF-8 locale.
+// UTF-8 locale. Sets LC_CTYPE to C.UTF-8, for print_tree.
 TreeStyle find_style_of_stdout();
 
 // The tree as lines of at most `width` columns of a terminal, where the locale of LC_CTYPE gives
