@@ -76,8 +76,9 @@ inline constexpr std::size_t VEX_PKG_MAX_SECTION_NAME = 4096;
 void vex_pkg_close_file(vex_pkg_file* pkg);
 
 // The same, but returns 0 when the file does not contain what the package did: writing, flushing or
-// closing it failed, or a source was changed.
-[[nodiscard]] unsigned vex_pkg_close_file_checked(vex_pkg_file* pkg);
+// closing it failed, or a source was changed. With `write` false nothing is written: the file stays
+// as it is.
+[[nodiscard]] unsigned vex_pkg_close_file_checked(vex_pkg_file* pkg, bool write = true);
 
 // Replaces the handle's two show bits by those of the mode. Null is ignored.
 void vex_pkg_set_show_mode(vex_pkg_file* pkg, unsigned mode);

@@ -1,5 +1,4 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "discard.h"
 #include "helpers.h"
 #include "output_file.h"
 
@@ -129,10 +128,11 @@ bool close_descriptor(const vex_pkg_file* pkg) {
 
 } // namespace
 
-unsigned vex_pkg_close_file_checked(vex_pkg_file* pkg) {
+unsigned vex_pkg_close_file_checked(vex_pkg_file* pkg, bool write) {
   if (pkg == nullptr) {
     return 1;
   }
+  pkg->dirty = pkg->dirty && write;
   const std::unique_ptr<vex_pkg_file> owner(pkg);
   OutputFile output;
   bool ok = true;
@@ -157,11 +157,4 @@ unsigned vex_pkg_close_file_checked(vex_pkg_file* pkg) {
 
 void vex_pkg_close_file(vex_pkg_file* pkg) {
   static_cast<void>(vex_pkg_close_file_checked(pkg));
-}
-
-void vex::pkg::discard(vex_pkg_file* pkg) {
-  if (pkg != nullptr) {
-    pkg->dirty = false;
-    vex_pkg_close_file(pkg);
-  }
 }

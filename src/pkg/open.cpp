@@ -1,5 +1,4 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "discard.h"
 #include "helpers.h"
 
 #include <algorithm>
@@ -236,8 +235,11 @@ bool begin_package(vex_pkg_file* pkg, const char* name, unsigned mode) {
   return true;
 }
 
+// Closes a handle that was not handed out, without writing anything.
 struct package_discarder {
-  void operator()(vex_pkg_file* pkg) const { discard(pkg); }
+  void operator()(vex_pkg_file* pkg) const {
+    static_cast<void>(vex_pkg_close_file_checked(pkg, false));
+  }
 };
 
 } // namespace

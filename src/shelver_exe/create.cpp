@@ -8,7 +8,6 @@
 #include "malloc_ptr.h"
 #include "opencl.h"
 #include "package.h"
-#include "pkg/discard.h"
 #include "usage.h"
 #include "vex_assert.h"
 
@@ -40,7 +39,7 @@ public:
   }
   ~LibraryBuild() {
     vex_assert_cleanup = nullptr;
-    vex::pkg::discard(m_library.release());
+    static_cast<void>(vex_pkg_close_file_checked(m_library.release(), false));
     remove_files();
   }
   LibraryBuild(const LibraryBuild&) = delete;
