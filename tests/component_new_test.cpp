@@ -210,7 +210,7 @@ TEST_F(ComponentNewCommandTest, NothingIsWrittenWithAQuestion) {
   EXPECT_FALSE(fs::exists("top.xml"));
   const Outcome made = component({"new", "top", "top.v", "--latency", "0"});
   EXPECT_EQ(made.status, 0) << made.out << made.err;
-  EXPECT_NE(made.out.find("leaf.v: added, which module 'leaf' is in"), std::string::npos) << made.out;
+  EXPECT_NE(made.out.find("leaf.v: added, which 'leaf' is in"), std::string::npos) << made.out;
 }
 
 } // namespace

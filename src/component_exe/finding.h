@@ -70,6 +70,15 @@ public:
   // Takes back the findings of a rule whose text begins so: another one says more about the fault.
   void withdraw(const std::string& rule, const std::string& text);
 
+  // A file that a finding asks to list, and what is in it: a unit or the name of an include. It is
+  // printed by nothing.
+  struct UnlistedFile {
+    std::string path;
+    std::string content;
+  };
+  void note_unlisted(UnlistedFile file) { m_unlisted_files.push_back(std::move(file)); }
+  [[nodiscard]] const std::vector<UnlistedFile>& unlisted_files() const { return m_unlisted_files; }
+
   void merge(Report other);
 
   [[nodiscard]] bool has_errors() const;
@@ -99,6 +108,7 @@ private:
   std::vector<Finding> m_findings;
   std::vector<Note> m_notes;
   std::vector<Note> m_problems;
+  std::vector<UnlistedFile> m_unlisted_files;
 };
 
 } // namespace bfcl::component

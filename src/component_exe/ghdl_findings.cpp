@@ -137,7 +137,7 @@ std::vector<std::string> VhdlElaboration::generic_names() const {
 }
 
 std::string VhdlElaboration::to_add(const std::string& unit) const {
-  return where_to_find(unit, m_request, unit_names());
+  return where_to_find(unit, m_request, unit_names(), m_report);
 }
 
 } // namespace bfcl::component

@@ -84,16 +84,6 @@ private:
   std::vector<std::string> m_ordered;
 };
 
-// The name of the file that a finding asks to list, relative to the description; or empty.
-std::string file_to_add(const Finding& finding) {
-  const std::string opening = "<FILE name=\"";
-  const std::size_t from = finding.text.find(opening);
-  const std::size_t end = finding.text.rfind("\"/>");
-  return from == std::string::npos || end == std::string::npos
-             ? std::string()
-             : finding.text.substr(from + opening.size(), end - from - opening.size());
-}
-
 class SourceSearch {
 public:
   SourceSearch(ElaborationRequest request, std::string folder)
@@ -196,17 +186,13 @@ void SourceSearch::report_open(Report last, Report& report) {
 }
 
 bool SourceSearch::add_missing(const Report& report) {
-  bool is_new = false;
-  for (const Finding& finding : report.findings()) {
-    const std::string name = file_to_add(finding);
-    const std::string path = (fs::path(m_folder) / name).lexically_normal().string();
-    std::error_code error;
-    if (!name.empty() && fs::is_regular_file(path, error) && !is_among(m_request.files, path)) {
-      add(path, "which " + finding.text.substr(0, finding.text.find(" is ")) + " is in");
-      is_new = true;
+  const std::size_t before = m_request.files.size();
+  for (const auto& [path, content] : report.unlisted_files()) {
+    if (!is_among(m_request.files, path)) {
+      add(path, "which '" + content + "' is in");
     }
   }
-  return is_new;
+  return m_request.files.size() != before;
 }
 
 // A data file is listed by any name whose last part is the one that the RTL reads.

@@ -323,11 +323,13 @@ std::string file_element(const std::string& file, const ElaborationRequest& requ
 }
 
 std::string where_to_find(const std::string& unit, const ElaborationRequest& request,
-                          const std::vector<std::string>& listed_units) {
+                          const std::vector<std::string>& listed_units, Report& report) {
   const std::string neighbour = neighbour_with(unit, request);
-  return neighbour.empty()
-             ? suggestion(unit, listed_units)
-             : "; " + tidy_path(neighbour) + " has it: add " + file_element(neighbour, request);
+  if (neighbour.empty()) {
+    return suggestion(unit, listed_units);
+  }
+  report.note_unlisted({neighbour, unit});
+  return "; " + tidy_path(neighbour) + " has it: add " + file_element(neighbour, request);
 }
 
 bool is_misspelled(const std::string& file, const ElaborationRequest& request) {

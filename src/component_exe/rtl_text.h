@@ -64,10 +64,11 @@ struct RtlUnit {
 // How the description would list a file: its path from there, as an XML element.
 [[nodiscard]] std::string file_element(const std::string& file, const ElaborationRequest& request);
 
-// "; FILE has it: add <FILE …/>" for a unit that a neighbour defines, a suggestion from the units
-// that are listed otherwise, or empty.
+// "; FILE has it: add <FILE …/>" for a unit that a neighbour defines, which the report notes, a
+// suggestion from the units that are listed otherwise, or empty.
 [[nodiscard]] std::string where_to_find(const std::string& unit, const ElaborationRequest& request,
-                                        const std::vector<std::string>& listed_units);
+                                        const std::vector<std::string>& listed_units,
+                                        Report& report);
 
 // Whether a listed file does not exist and nearly has the name of this one.
 [[nodiscard]] bool is_misspelled(const std::string& file, const ElaborationRequest& request);

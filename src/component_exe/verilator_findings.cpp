@@ -84,7 +84,7 @@ void VerilogElaboration::report_missing(const char* rule, const Place& place,
   if (!is_in_misspelled_file(name, m_request)) {
     m_report.error(rule, place,
                    kind + " '" + name + "' is in none of the listed files" +
-                       where_to_find(name, m_request, unit_names(kind == "package")));
+                       where_to_find(name, m_request, unit_names(kind == "package"), m_report));
   }
 }
 

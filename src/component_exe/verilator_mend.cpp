@@ -68,6 +68,7 @@ bool VerilogElaboration::mend_include(const VerilatorMessage& message) {
         m_report.error("include-unlisted", place_of(message),
                        "included file '" + name + "' is not listed; add " +
                            file_element(path, m_request));
+        m_report.note_unlisted({path, name});
       }
       return !m_tree.add(path).empty();
     }
