@@ -26,12 +26,12 @@ Design design_of(const std::string& ports) {
   return design;
 }
 
-// One letter for each port: Clock, Reset, Input, Output, Valid, readY, Start, Done, constant 0 or 1,
+// One letter for each port: Clock, Reset, Input, Output, Valid, readY, reAd, Start, Done, constant 0 or 1,
 // - for open; in small letters when it is active low.
 std::string letters(const PortPlan& plan) {
   std::string text;
   for (const PortUse& use : plan.uses) {
-    const char letter = "?CRIOVYSD#-"[static_cast<int>(use.role)];
+    const char letter = "?CRIOVYASD#-"[static_cast<int>(use.role)];
     text += use.role == Role::constant ? use.bits[0] : use.low ? static_cast<char>(letter + 32) : letter;
   }
   return text;
@@ -67,6 +67,8 @@ const Row ROWS[] = {
     {">c >a:8 <q:8", "pipeline CIO", {{"c", "clock"}}, 3},
     {">clk >wr_en >din:8 <full >rd_en <dout:8 <empty <count:3", "first word fall through"},
     {">clk >wr_en >din:8 <full >rd_en <dout:8 <empty <count:3", "stream CVIyYOv-", {{"rd_en", "ready"}}},
+    {">clk >wr_en >din:8 <full >rd_en <dout:8 <empty", "stream CVIyAOv", {{"rd_en", "read"}}},
+    {">clk >start >din:8 >rd_en <dout:8 <done", "'read' is for a queue", {{"rd_en", "read"}}},
     {">clk >a:8 <q:8", "--latency N"},
     {">in_i:8 <cnt_o:3 <empty_o", "pipeline IOO", {}, {}, false},
     {">valid_i <ready_o >a:8 <valid_o >ready_i <q:8", "stream VYIVYO", {}, {}, false},

@@ -6,7 +6,7 @@
 namespace bfcl::component {
 
 const char* const ROLE_NAMES =
-    "clock, reset, input, output, valid, ready, start, done, open or a constant";
+    "clock, reset, input, output, valid, ready, read, start, done, open or a constant";
 
 namespace {
 
@@ -17,6 +17,7 @@ constexpr RoleName ROLES[] = {
     {"output", Role::output, Direction::output, false},
     {"valid", Role::valid, Direction::inout, true},
     {"ready", Role::ready, Direction::inout, true},
+    {"read", Role::read, Direction::input, true},
     {"start", Role::start, Direction::input, true},
     {"done", Role::done, Direction::output, true},
     {"open", Role::open, Direction::inout, false},

@@ -25,6 +25,7 @@ PortPlan Planner::plan() {
     settle_handshake();
     settle_rest();
     settle_scheme();
+    check_reads();
   }
   if (m_plan.problems.empty()) {
     name_component_ports(m_design, m_plan);
@@ -205,13 +206,14 @@ void Planner::settle_reads() {
   const Indices reads = named(Word::read, Direction::input);
   const Indices valids = with_role(Role::valid, Direction::output);
   if (reads.size() != 1 || valids.size() != 1 || !m_names[valids[0]].low ||
-      !with_role(Role::ready, Direction::input).empty()) {
+      !with_role(Role::ready, Direction::input).empty() ||
+      !with_role(Role::read, Direction::input).empty()) {
     return;
   }
   ask(reads[0], "does " + port(valids[0]).name + " fall when a word is shown, which " +
                     port(reads[0]).name + " then takes (first word fall through)? If so, --map " +
-                    port(reads[0]).name + "=ready; a queue that shows the word only after " +
-                    port(reads[0]).name + " needs a module around it");
+                    port(reads[0]).name + "=ready; if the word is shown only in the clock after " +
+                    port(reads[0]).name + ", --map " + port(reads[0]).name + "=read");
 }
 
 // Pairs the valids of a direction with their readies: by what their names share, and one with one
@@ -223,6 +225,8 @@ std::vector<Channel> Planner::channels(Direction direction, Role other) {
   const Indices others = with_role(other, direction);
   valids.insert(valids.end(), others.begin(), others.end());
   Indices readies = with_role(Role::ready, back);
+  const Indices reads = with_role(Role::read, back);
+  readies.insert(readies.end(), reads.begin(), reads.end());
   std::vector<Channel> result;
   for (const std::size_t valid : valids) {
     const auto partner = std::find_if(readies.begin(), readies.end(), [&](std::size_t ready) {
@@ -323,6 +327,17 @@ void Planner::settle_scheme() {
     }
   } else {
     settle_calls();
+  }
+}
+
+// Only the wrapper of one stream asks ahead.
+void Planner::check_reads() {
+  const Indices reads = with_role(Role::read, Direction::input);
+  const bool fits = m_plan.scheme == Scheme::stream && m_plan.ends.size() == 1;
+  if (m_plan.problems.empty() && !reads.empty() && !fits) {
+    ask(reads[0], "'read' is for a queue: arguments have a valid and a ready, and one output says "
+                  "that there is a result; --map " +
+                      port(reads[0]).name + "=input makes it an argument");
   }
 }
 

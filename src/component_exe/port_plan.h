@@ -20,14 +20,15 @@ enum class Role {
   output, // the result, or a part of it
   valid,  // of the direction that the port has
   ready,  // of the other one
+  read,   // an input that asks for the next result, which is there a clock later
   start,  // an input that begins a call
   done,   // an output that ends it, and may stay high until the next call begins
   constant,
   open, // an output that nothing looks at
 };
 
-// How a user names the roles: each of ROLE_NAMES, for a reset, valid, ready, start and done also
-// with ":low" or ":high" behind it, or the value of a constant.
+// How a user names the roles: each of ROLE_NAMES, for signals such as a reset or a valid also with
+// ":low" or ":high" behind it, or the value of a constant.
 extern const char* const ROLE_NAMES;
 
 struct PortUse {

@@ -115,6 +115,7 @@ private:
   void settle_output(std::size_t index);
   void settle_scheme();
   void settle_calls();
+  void check_reads();
   void ask_for_latency();
   bool is_direct() const;
   std::vector<Channel> channels(Direction direction, Role other);

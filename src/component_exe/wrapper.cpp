@@ -48,6 +48,7 @@ private:
   std::vector<std::size_t> begin_readies() const;
   std::string begin(const std::string& valid);
   std::string fork(const std::vector<std::size_t>& readies, const std::string& valid);
+  std::string read_ahead(const Channel& end);
   void stream();
   std::string ends_at_once(const std::string& asked, const std::string& taken,
                            const std::string& calling, const std::string& done,
@@ -209,15 +210,30 @@ std::string Wrapper::fork(const std::vector<std::size_t>& readies, const std::st
   return taken;
 }
 
+// Asks for the next result while none waits; the value says when one is there.
+std::string Wrapper::read_ahead(const Channel& end) {
+  const std::string has_next = active(*end.valid);
+  std::string shown = flag("shown");
+  m_text.comment("The module shows a result in the clock after it was asked for.");
+  m_text.flag(shown, has_next, m_text.both("oready", m_text.negated(has_next)));
+  drive(*end.ready, m_text.both(has_next, m_text.either(m_text.negated(shown), "oready")));
+  m_uses_clock = m_uses_resetn = true;
+  return shown;
+}
+
 void Wrapper::stream() {
   m_text.assign("iready", begin(guarded("ivalid")));
-  std::string all;
-  for (const Channel& end : m_plan.ends) {
-    all = all.empty() ? active(*end.valid) : m_text.both(all, active(*end.valid));
-  }
-  m_text.assign("ovalid", all);
-  for (const Channel& end : m_plan.ends) {
-    drive(*end.ready, m_plan.ends.size() == 1 ? "oready" : m_text.both("oready", all));
+  if (m_plan.uses[*m_plan.ends[0].ready].role == Role::read) {
+    m_text.assign("ovalid", read_ahead(m_plan.ends[0]));
+  } else {
+    std::string all;
+    for (const Channel& end : m_plan.ends) {
+      all = all.empty() ? active(*end.valid) : m_text.both(all, active(*end.valid));
+    }
+    m_text.assign("ovalid", all);
+    for (const Channel& end : m_plan.ends) {
+      drive(*end.ready, m_plan.ends.size() == 1 ? "oready" : m_text.both("oready", all));
+    }
   }
   drive_arguments("");
   m_text.assign(m_plan.result, read_result());
