@@ -84,6 +84,38 @@ private:
   std::vector<std::string> m_ordered;
 };
 
+struct Opening {
+  const char* text; // of the tool, up to the name
+  char quote;       // around the name
+  const char* rule;
+  const char* question; // behind the name; its "%" is the name
+};
+
+constexpr Opening OPENINGS[] = {
+    {"Parameter without initial value", '\'', "question",
+     ": the parameter has no value; --param %=VALUE gives it one"},
+    {"(generic \"", '"', "question", ": the generic has no value; --param %=VALUE gives it one"},
+    {"(port \"", '"', "unfit",
+     ": the port's bounds are not given; put an entity around it whose ports have bounds"},
+};
+
+// Reports the question that a finding is, if it is one.
+void ask(const Finding& finding, Report& report) {
+  for (const Opening& opening : OPENINGS) {
+    const std::size_t quote = finding.text.find(opening.quote);
+    if (!finding.text.starts_with(opening.text) || quote == std::string::npos) {
+      continue;
+    }
+    const std::size_t end = finding.text.find(opening.quote, quote + 1);
+    const std::string name = finding.text.substr(quote + 1, end - quote - 1);
+    std::string text = name + opening.question;
+    if (const std::size_t at = text.find('%'); at != std::string::npos) {
+      text.replace(at, 1, name);
+    }
+    report.error(opening.rule, finding.place, std::move(text));
+  }
+}
+
 class SourceSearch {
 public:
   SourceSearch(ElaborationRequest request, std::string folder)
@@ -154,33 +186,9 @@ NewSources SourceSearch::run(Report& report) {
 
 // What the tools call errors, although no fault of the module: what only its users can know.
 void SourceSearch::report_open(Report last, Report& report) {
-  struct Opening {
-    const char* text; // of the tool, up to the name
-    char quote;       // around the name
-    const char* rule;
-    const char* question; // behind the name; its "%" is the name
-  };
-  constexpr Opening OPENINGS[] = {
-      {"Parameter without initial value", '\'', "question",
-       ": the parameter has no value; --param %=VALUE gives it one"},
-      {"(generic \"", '"', "question", ": the generic has no value; --param %=VALUE gives it one"},
-      {"(port \"", '"', "unfit",
-       ": the port's bounds are not given; put an entity around it whose ports have bounds"},
-  };
   Report questions;
   for (const Finding& finding : last.findings()) {
-    for (const Opening& opening : OPENINGS) {
-      const std::size_t quote = finding.text.find(opening.quote);
-      if (finding.text.starts_with(opening.text) && quote != std::string::npos) {
-        const std::string name =
-            finding.text.substr(quote + 1, finding.text.find(opening.quote, quote + 1) - quote - 1);
-        std::string text = name + opening.question;
-        if (const std::size_t at = text.find('%'); at != std::string::npos) {
-          text.replace(at, 1, name);
-        }
-        questions.error(opening.rule, finding.place, std::move(text));
-      }
-    }
+    ask(finding, questions);
   }
   report.merge(std::move(questions.has_errors() ? questions : last));
 }
