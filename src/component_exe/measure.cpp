@@ -11,7 +11,8 @@ namespace bfcl::component {
 
 namespace {
 
-// Prints the capacity and the latency. Registers without a reset start with 0.
+// Prints the capacity and the latency, -1 when a single word has no result. Registers without a
+// reset start with 0.
 constexpr const char* MEASURING_PROGRAM = R"(#include "Vbfcl_bench.h"
 #include "verilated.h"
 #include <cstdio>
@@ -59,9 +60,9 @@ unsigned capacity() {
   return taken;
 }
 
-unsigned latency() {
+int latency() {
   Bench bench(true);
-  unsigned clocks = 0;
+  int clocks = 0;
   bool taken = false;
   for (unsigned i = 0; i < LIMIT; ++i) {
     bench.top.ivalid = !taken;
@@ -74,11 +75,11 @@ unsigned latency() {
     clocks += taken;
     bench.tick();
   }
-  return 1;
+  return -1;
 }
 
 int main() {
-  std::printf("%u %u\n", capacity(), latency());
+  std::printf("%u %d\n", capacity(), latency());
 }
 )";
 
@@ -118,10 +119,14 @@ std::optional<Measurement> parse(const std::string& text) {
   Measurement result;
   const char* end = text.data() + text.size();
   const auto capacity = std::from_chars(text.data(), end, result.capacity);
+  int latency = 0;
   if (capacity.ec != std::errc() || capacity.ptr == end ||
-      std::from_chars(capacity.ptr + 1, end, result.latency).ec != std::errc() ||
+      std::from_chars(capacity.ptr + 1, end, latency).ec != std::errc() ||
       result.capacity > MAX_CAPACITY) {
     return std::nullopt;
+  }
+  if (latency >= 0) {
+    result.latency = static_cast<unsigned>(latency);
   }
   return result;
 }

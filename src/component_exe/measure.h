@@ -23,8 +23,8 @@ struct MeasuredModule {
 };
 
 struct Measurement {
-  unsigned capacity = 0; // words taken while no result is taken
-  unsigned latency = 1;  // clocks from a word to its result; 1 when a single word has no result
+  unsigned capacity = 0;           // words taken while no result is taken
+  std::optional<unsigned> latency; // clocks from a word to its result; empty when it has none
 };
 
 // Simulates the module with words of zeros. Nothing when verilator is missing or fails, or when the

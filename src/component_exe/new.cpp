@@ -72,6 +72,8 @@ std::string describe(const Port& port, const PortUse& use) {
     return std::string("valid of ") + (is_input ? "the arguments" : "the result") + level;
   case Role::ready:
     return std::string("ready for ") + (is_input ? "the result" : "the arguments") + level;
+  case Role::read:
+    return std::string("asks for the next result") + level;
   case Role::start:
     return std::string("start of a call") + level;
   case Role::done:
@@ -150,12 +152,18 @@ public:
 private:
   bool prepare();
   void make_component(const Design& design);
+  [[nodiscard]] NewComponent name_component(const Design& design, bool is_wrapped) const;
   void write(const Design& design, const PortPlan& plan);
+  void print_written(const Design& design, const PortPlan& plan, const std::vector<NewFile>& files,
+                     const std::optional<Measurement>& timing) const;
   [[nodiscard]] std::optional<Measurement> measure(const Design& design, const PortPlan& plan,
                                                    const NewComponent& component,
                                                    const std::string& wrapper) const;
-  [[nodiscard]] std::string netlist(const NewComponent& component,
-                                    const std::string& wrapper) const;
+  [[nodiscard]] ElaborationRequest request_for(const NewComponent& component,
+                                               const std::string& wrapper,
+                                               const TempFolder& folder) const;
+  [[nodiscard]] bool elaborates(const Design& design, const NewComponent& component,
+                                const std::string& wrapper);
   [[nodiscard]] std::string path_of(const std::string& file) const {
     return (fs::path(m_options.folder) / file).lexically_normal().string();
   }
@@ -202,20 +210,40 @@ void NewCommand::make_component(const Design& design) {
   }
 }
 
-// The wrapper, or the module itself, as Verilog; empty when ghdl is missing or fails.
-std::string NewCommand::netlist(const NewComponent& component, const std::string& wrapper) const {
-  const TempFolder folder;
-  const std::string path = folder.path() + "/wrapper.vhd";
+// The component's sources, with the text of its wrapper in a file in a folder.
+ElaborationRequest NewCommand::request_for(const NewComponent& component,
+                                           const std::string& wrapper,
+                                           const TempFolder& folder) const {
   ElaborationRequest request;
   request.top = component.module;
   request.files = m_sources.files;
   request.parameters = component.parameters;
   if (!wrapper.empty()) {
-    std::ofstream(path, std::ios::binary) << wrapper;
-    request.files.push_back(path);
+    request.files.push_back(folder.path() + "/" + component.files.back());
+    std::ofstream(request.files.back(), std::ios::binary) << wrapper;
   }
-  Report ignored;
-  return vhdl_as_verilog(request, ignored);
+  return request;
+}
+
+// A port may have a type that the tool does not connect as we do.
+bool NewCommand::elaborates(const Design& design, const NewComponent& component,
+                            const std::string& wrapper) {
+  const TempFolder folder;
+  Report report;
+  const auto elaborated = elaborate(request_for(component, wrapper, folder), report);
+  if (elaborated && report.status() == STATUS_OK) {
+    return true;
+  }
+  for (const Finding& finding : report.findings()) {
+    if (finding.severity == Severity::error) {
+      m_report.error("unfit", design.place,
+                     design.top + ": its wrapper does not elaborate (" + finding.text +
+                         "); put a module around it whose ports are vectors");
+      return false;
+    }
+  }
+  m_report.merge(std::move(report));
+  return false;
 }
 
 // The timing of a component that can stall. Others have a known one.
@@ -229,7 +257,9 @@ std::optional<Measurement> NewCommand::measure(const Design& design, const PortP
   module.name = component.module;
   if (design.ignores_case) {
     module.name = lower_case(component.module);
-    module.text = netlist(component, wrapper);
+    const TempFolder folder;
+    Report ignored;
+    module.text = vhdl_as_verilog(request_for(component, wrapper, folder), ignored);
   } else {
     module.parameters = component.parameters;
     module.files = m_sources.files;
@@ -246,8 +276,7 @@ std::optional<Measurement> NewCommand::measure(const Design& design, const PortP
   return measure_module(module);
 }
 
-void NewCommand::write(const Design& design, const PortPlan& plan) {
-  const bool is_wrapped = plan.scheme != Scheme::direct;
+NewComponent NewCommand::name_component(const Design& design, bool is_wrapped) const {
   NewComponent component;
   component.function = function_name(design.top);
   component.module = is_wrapped ? wrapper_name(design.top) : design.top;
@@ -255,26 +284,43 @@ void NewCommand::write(const Design& design, const PortPlan& plan) {
   for (const std::string& file : m_sources.files) {
     component.files.push_back(name_from(m_options.folder, file));
   }
-  std::vector<NewFile> files;
   if (is_wrapped) {
-    const bool is_vhdl = design.ignores_case;
-    const std::string wrapper = component.module + (is_vhdl ? ".vhd" : ".sv");
-    component.files.push_back(wrapper);
-    const auto text = is_vhdl ? vhdl_text(design.top, m_parameters, m_sources.vhdl_types)
-                              : verilog_text(design.top, m_parameters);
-    files.push_back({path_of(wrapper), wrapper_text(design, plan, *text)});
+    component.files.push_back(component.module + (design.ignores_case ? ".vhd" : ".sv"));
   } else {
     component.parameters = m_parameters;
   }
-  const auto timing = measure(design, plan, component, files.empty() ? "" : files[0].text);
+  return component;
+}
+
+void NewCommand::write(const Design& design, const PortPlan& plan) {
+  const bool is_wrapped = plan.scheme != Scheme::direct;
+  NewComponent component = name_component(design, is_wrapped);
+  std::vector<NewFile> files;
+  std::string wrapper;
+  if (is_wrapped) {
+    const auto text = design.ignores_case
+                          ? vhdl_text(design.top, m_parameters, m_sources.vhdl_types)
+                          : verilog_text(design.top, m_parameters);
+    wrapper = wrapper_text(design, plan, *text);
+    files.push_back({path_of(component.files.back()), wrapper});
+  }
+  if (is_wrapped && !elaborates(design, component, wrapper)) {
+    return;
+  }
+  const auto timing = measure(design, plan, component, wrapper);
   component.timing = timing.value_or(component.timing);
   files.push_back({path_of(component.model), prototype_text(design, plan, component)});
   files.push_back({path_of(design.top + ".xml"), description_text(design, plan, component)});
   std::error_code error;
   fs::create_directories(m_options.folder, error);
-  if (!write_files(files, m_report)) {
-    return;
+  if (write_files(files, m_report)) {
+    print_written(design, plan, files, timing);
   }
+}
+
+void NewCommand::print_written(const Design& design, const PortPlan& plan,
+                               const std::vector<NewFile>& files,
+                               const std::optional<Measurement>& timing) const {
   std::printf("%s:%u: %s: %s\n", design.place.file.c_str(), design.place.line, design.top.c_str(),
               bfcl::component::describe(plan.scheme));
   print_ports(design, plan);
@@ -284,13 +330,23 @@ void NewCommand::write(const Design& design, const PortPlan& plan) {
   for (const NewFile& file : files) {
     std::printf("%s: written\n", file.path.c_str());
   }
-  if (timing) {
-    std::printf("%s: EXPECTED_LATENCY and CAPACITY are measured, with words of zeros\n",
-                files.back().path.c_str());
-  } else if (plan.scheme != Scheme::pipeline) {
+  const char* spec = files.back().path.c_str();
+  if (plan.scheme == Scheme::pipeline) {
+    std::printf("%s: HAS_SIDE_EFFECTS is \"no\": a result depends on its own arguments only\n",
+                spec);
+    return;
+  }
+  std::printf("%s: HAS_SIDE_EFFECTS is \"yes\": set it to \"no\" if a result depends on its own "
+              "arguments only\n",
+              spec);
+  if (timing && !timing->latency) {
+    std::printf("%s: a word of zeros has no result, and a component gives one for each word\n",
+                spec);
+  } else if (timing) {
+    std::printf("%s: EXPECTED_LATENCY and CAPACITY are measured, with words of zeros\n", spec);
+  } else {
     std::printf("%s: EXPECTED_LATENCY%s a guess; `bfcl component simulate` says what is wrong\n",
-                files.back().path.c_str(),
-                plan.scheme == Scheme::call ? " is" : " and CAPACITY are");
+                spec, plan.scheme == Scheme::call ? " is" : " and CAPACITY are");
   }
 }
 

@@ -60,7 +60,7 @@ void print_attributes(DescriptionPrinter& printer, const PortPlan& plan,
   printer.value("IS_STALL_FREE", is_fixed ? "yes" : "no");
   printer.value("IS_FIXED_LATENCY", is_fixed ? "yes" : "no");
   printer.value("EXPECTED_LATENCY",
-                std::to_string(is_fixed ? plan.latency : component.timing.latency));
+                std::to_string(is_fixed ? plan.latency : component.timing.latency.value_or(1)));
   if (!is_fixed) {
     printer.value("CAPACITY", std::to_string(component.timing.capacity));
   }
