@@ -27,9 +27,10 @@ public:
 // callbacks.
 class BaseXmlLoader : public VisitorCallbacks {
 public:
-  // Both return a document that the caller owns, or null with one text in the error list. Each call
-  // first clears the texts of the call before. The file name is not copied. parse_file also prints
-  // a line about a failure on standard output.
+  // Both return a document that the caller owns, or null with one text in the error list, also for
+  // an element with more than 1,000 attributes. Each call first clears the texts of the call
+  // before. The file name is not copied. parse_file also prints a line about a failure on standard
+  // output.
   [[nodiscard]] tinyxml2::XMLDocument* parse_file(const char* filename);
   [[nodiscard]] tinyxml2::XMLDocument* parse_xml(const char* xml);
 

@@ -75,6 +75,19 @@ TEST_F(Loader, Failures) {
   EXPECT_STREQ("[mem]", loader.get_source_name());
 }
 
+TEST_F(Loader, ElementsWithManyAttributesAreNotParsed) {
+  std::string attributes;
+  for (int i = 0; i < 1000; ++i) {
+    attributes += " a" + std::to_string(i) + "='=>'";
+  }
+  BaseXmlLoader loader;
+  const std::string fill = "<!-- " + std::string(2000, '=') + " --><e/>= = ";
+  EXPECT_NE(nullptr, parse(loader, ("<a>" + fill + "<b" + attributes + "/></a>").c_str()));
+  write_file("many.xml", "<a>" + fill + "<b" + attributes + " a=''/></a>");
+  const Printed printed = capture([&] { EXPECT_EQ(nullptr, loader.parse_file("many.xml")); });
+  EXPECT_EQ("ERROR FOUND: XML_ERROR_PARSING_ATTRIBUTE\n", printed.out);
+}
+
 TEST_F(Loader, TextsLastUntilTheNextParse) {
   BaseXmlLoader loader;
   EXPECT_EQ(nullptr, loader.get_source_name());
