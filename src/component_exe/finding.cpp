@@ -26,7 +26,7 @@ const std::vector<Rule> RULES = {
     {"port-direction", "A port has another direction than the description says"},
     {"port-width", "A port has another width than the description says"},
     {"port-kind", "A port of the module is of a kind that no component can have"},
-    {"port-undriven", "Nothing drives an output of the module"},
+    {"port-undriven", "Nothing drives an output of the module, or what outputs may depend on"},
     {"port-extra", "The module has a port that the description does not name"},
     {"mem-missing", "The module lacks all signals of a memory port"},
     {"mem-signal", "The module lacks a signal of a memory port"},

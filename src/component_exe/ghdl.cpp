@@ -270,10 +270,9 @@ Design VhdlElaboration::read_design(const ToolResult& result) {
   design.ports = read_ghdl_ports(result.output);
   for (Port& port : design.ports) {
     port.place = place_of_name(port.name);
-    if (!m_has_entity_only && port.direction == Direction::output &&
-        m_undriven.contains(port.name)) {
-      m_report.error("port-undriven", port.place, "nothing drives output '" + port.name + "'");
-    }
+  }
+  if (!m_has_entity_only) {
+    report_undriven(design, result.output);
   }
   if (!m_report.has_errors()) {
     report_unneeded();

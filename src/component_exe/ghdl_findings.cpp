@@ -6,6 +6,7 @@
 #include "unneeded_files.h"
 
 #include <algorithm>
+#include <map>
 
 namespace bfcl::component {
 
@@ -28,10 +29,60 @@ void VhdlElaboration::report_messages(const std::vector<GhdlMessage>& messages) 
                        "entity '" + name + "' of the component is in none of the listed files" +
                            to_add(name));
       }
-    } else if (message.text.rfind("no assignment for port ", 0) == 0) {
-      m_undriven.insert(lower_case(quoted_unit(message.text)));
+    } else if (message.text.starts_with("no assignment for ") ||
+               message.text.find(" is never assigned ") != std::string::npos) {
+      note_undriven(message);
     }
   }
+}
+
+// "no assignment for port "x"", "no assignment for offsets 4:7 of port "x"", "signal "x" is never
+// assigned and has no default value".
+void VhdlElaboration::note_undriven(const GhdlMessage& message) {
+  UndrivenSignal undriven;
+  undriven.name = lower_case(quoted_unit(message.text));
+  undriven.place = place_of(message.file, message.line);
+  const std::size_t bits = message.text.find("offsets ");
+  if (bits != std::string::npos) {
+    const std::size_t from = bits + std::string("offsets ").size();
+    const std::string offsets = message.text.substr(from, message.text.find(' ', from) - from);
+    const std::size_t colon = offsets.find(':'); // the lowest is first
+    undriven.bits = colon == std::string::npos
+                        ? "[" + offsets + "]"
+                        : "[" + offsets.substr(colon + 1) + ":" + offsets.substr(0, colon) + "]";
+  }
+  m_undriven.push_back(std::move(undriven));
+}
+
+// The netlist has no places; those of signals with a name are the messages'.
+void VhdlElaboration::place_signals(ModuleDrivers& module) const {
+  for (const UndrivenSignal& undriven : m_undriven) {
+    for (const auto& [signal, name] : module.names) {
+      if (undriven.name == name) {
+        module.signals[signal] = undriven.place;
+      }
+    }
+  }
+}
+
+void VhdlElaboration::report_undriven(const Design& design, const std::string& netlist) {
+  std::vector<ModuleDrivers> modules = read_ghdl_drivers(netlist);
+  std::vector<std::string> outputs;
+  std::map<std::string, Place> places;
+  for (const Port& port : design.ports) {
+    if (port.direction == Direction::output) {
+      outputs.push_back(port.name);
+      places[port.name] = port.place;
+    }
+  }
+  for (ModuleDrivers& module : modules) {
+    if (module.name == design.top) {
+      module.signals = places;
+      place_signals(module);
+    }
+  }
+  bfcl::component::report_undriven(trace_undriven(modules, design.top, outputs, m_undriven), places,
+                                   m_report);
 }
 
 // Reports that a Verilog module inside VHDL cannot be checked.

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "design.h"
+#include "drivers.h"
 
 #include <string>
 #include <vector>
@@ -26,5 +27,8 @@ struct GhdlMessage {
 
 // The ports of the top entity in what `--synth --out=raw` prints, without their places.
 [[nodiscard]] std::vector<Port> read_ghdl_ports(const std::string& netlist);
+
+// What drives the signals of each module in it. Names are in lower case.
+[[nodiscard]] std::vector<ModuleDrivers> read_ghdl_drivers(const std::string& netlist);
 
 } // namespace bfcl::component

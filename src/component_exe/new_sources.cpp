@@ -263,7 +263,8 @@ void SourceSearch::note_types(Design& design, Report& report) {
 void SourceSearch::note_undriven(const Report& report, const Design& design) {
   for (const Finding& finding : report.findings()) {
     for (const Port& port : design.ports) {
-      if (finding.rule == "port-undriven" && finding.place == port.place &&
+      if (finding.rule == "port-undriven" && finding.severity == Severity::error &&
+          finding.place == port.place &&
           finding.text.find("'" + port.name + "'") != std::string::npos) {
         m_sources.undriven.push_back(port.name);
       }

@@ -207,7 +207,7 @@ Design VerilogElaboration::finish(VerilatorRun run) {
     set_nearest_parameters(run);
   }
   Design design = run.design;
-  report_undriven(run, design);
+  report_undriven(run);
   report_unknown_parameters(&design);
   if (m_is_reordered) {
     std::vector<std::string> order;

@@ -153,22 +153,37 @@ void VerilogElaboration::report_unneeded(const VerilatorRun& run) {
   }
 }
 
-void VerilogElaboration::report_undriven(const VerilatorRun& run, const Design& design) {
+void VerilogElaboration::report_undriven(const VerilatorRun& run) {
   if (m_is_mended) {
     return; // stubs drive nothing
   }
+  std::vector<UndrivenSignal> undriven;
   for (const VerilatorMessage& message : run.messages) {
-    const std::string name = quoted_name(message.text);
-    const Port* port = message.code == "UNDRIVEN" ? design.find_port(name) : nullptr;
-    if (port == nullptr || port->direction != Direction::output ||
-        port->place != Place{message.file, message.line}) {
-      continue;
+    if (message.code == "UNDRIVEN") {
+      const std::size_t bits = message.text.rfind('[');
+      undriven.push_back({quoted_name(message.text),
+                          {message.file, message.line},
+                          bits == std::string::npos ? "" : message.text.substr(bits)});
     }
-    const std::size_t bits = message.text.rfind('[');
-    m_report.error("port-undriven", place_of(message),
-                   "nothing drives output '" + name +
-                       (bits == std::string::npos ? "'" : "' in " + message.text.substr(bits)));
   }
+  std::vector<std::string> outputs;
+  std::map<std::string, Place> places;
+  ModuleDrivers top; // when the format has no drivers
+  top.name = run.design.top;
+  for (const Port& port : run.design.ports) {
+    top.signals[port.name] = port.place;
+    if (port.direction == Direction::output) {
+      outputs.push_back(port.name);
+      places[port.name] = place_of(port.place.file, port.place.line);
+    }
+  }
+  const std::vector<ModuleDrivers> only_top = {top};
+  auto found = trace_undriven(run.drivers.empty() ? only_top : run.drivers, run.design.top, outputs,
+                              undriven);
+  for (UndrivenOutputs& one : found) {
+    one.cause.place = place_of(one.cause.place.file, one.cause.place.line);
+  }
+  bfcl::component::report_undriven(found, places, m_report);
 }
 
 std::string VerilogElaboration::listed_name(std::size_t index) const {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "design.h"
+#include "drivers.h"
 #include "process.h"
 #include "sealed_tree.h"
 
@@ -50,6 +51,7 @@ struct VerilatorRun {
   std::string problem; // of the tool itself, which says nothing about the RTL; or empty
   std::vector<VerilatorMessage> messages;
   Design design;                       // when ok
+  std::vector<ModuleDrivers> drivers;  // as far as the format has them; when ok
   std::vector<std::string> read_files; // of the RTL, includes among them; when ok
 };
 

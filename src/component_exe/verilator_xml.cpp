@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "netlist_types.h"
 #include "rtl_text.h"
+#include "verilator_drivers.h"
 #include "verilator_run.h"
 
 #include <cstdlib>
@@ -19,15 +20,6 @@ namespace {
 
 using tinyxml2::XMLElement;
 
-std::string attribute(const XMLElement& element, const char* name) {
-  const char* value = element.Attribute(name);
-  return value != nullptr ? value : "";
-}
-
-bool is_named(const XMLElement& element, const char* name) {
-  return std::strcmp(element.Name(), name) == 0;
-}
-
 template <typename Visit>
 void for_each(const XMLElement* parent, const char* name, Visit visit) {
   if (parent == nullptr) {
@@ -41,7 +33,9 @@ void for_each(const XMLElement* parent, const char* name, Visit visit) {
 
 class NetlistReader {
 public:
-  NetlistReader(const XMLElement& root, VerilatorRun& run) : m_root(root), m_run(run) {}
+  // Without its deepest lines, a document does not show what expressions are made of.
+  NetlistReader(const XMLElement& root, VerilatorRun& run, bool is_whole)
+      : m_root(root), m_run(run), m_has_drivers(is_whole) {}
 
   bool read() {
     note_files();
@@ -51,6 +45,10 @@ public:
         [this](const XMLElement& type) { m_types.add(attribute(type, "id"), read_type(type)); });
     for_each(netlist, "module", [this](const XMLElement& module) {
       m_run.design.modules.push_back({attribute(module, "origName"), place_of(module)});
+      if (m_has_drivers) {
+        m_run.drivers.push_back(
+            read_drivers(module, [this](const XMLElement& element) { return place_of(element); }));
+      }
       if (attribute(module, "topModule") == "1") {
         read_top(module);
         m_is_found = true;
@@ -169,6 +167,7 @@ private:
   VerilatorRun& m_run;
   std::map<std::string, std::string> m_files;
   NetlistTypes m_types;
+  bool m_has_drivers;
   bool m_is_found = false;
 };
 
@@ -193,12 +192,13 @@ bool read_verilator_xml(const std::string& path, VerilatorRun& run) {
   const std::string text = read_text(path);
   tinyxml2::XMLDocument document;
   document.Parse(text.c_str(), text.size());
-  if (document.ErrorID() == tinyxml2::XML_ELEMENT_DEPTH_EXCEEDED) {
+  const bool is_whole = document.ErrorID() != tinyxml2::XML_ELEMENT_DEPTH_EXCEEDED;
+  if (!is_whole) {
     const std::string shallow = without_deep_lines(text);
     document.Parse(shallow.c_str(), shallow.size());
   }
   return !document.Error() && document.RootElement() != nullptr &&
-         NetlistReader(*document.RootElement(), run).read();
+         NetlistReader(*document.RootElement(), run, is_whole).read();
 }
 
 } // namespace bfcl::component

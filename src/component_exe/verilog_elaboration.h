@@ -53,7 +53,7 @@ private:
   void report_duplicates(const VerilatorRun& run);
   void report_unknown_parameters(const Design* design);
   void report_unneeded(const VerilatorRun& run);
-  void report_undriven(const VerilatorRun& run, const Design& design);
+  void report_undriven(const VerilatorRun& run);
   Design finish(VerilatorRun run);
   std::optional<Design> read_ports_only();
   void set_nearest_parameters(VerilatorRun& run);

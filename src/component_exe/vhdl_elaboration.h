@@ -6,7 +6,6 @@
 #include "sealed_tree.h"
 
 #include <optional>
-#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -38,7 +37,10 @@ private:
   bool report_missing(const GhdlMessage& message);
   void report_rest(const std::vector<GhdlMessage>& messages);
   bool check_parameters(const ToolResult& result);
+  void note_undriven(const GhdlMessage& message);
+  void place_signals(ModuleDrivers& module) const;
   void report_unneeded();
+  void report_undriven(const Design& design, const std::string& netlist);
   void refuse_generic(std::size_t index);
   void drop_parameter(std::size_t index, const std::string& why);
   Design read_design(const ToolResult& result);
@@ -56,7 +58,7 @@ private:
   std::vector<std::pair<std::string, std::string>> m_parameters;
   std::vector<Place> m_parameter_places;
   std::string m_top;
-  std::set<std::string> m_undriven;
+  std::vector<UndrivenSignal> m_undriven;
   bool m_has_other_parameters = false;
   bool m_has_entity_only = false;
   unsigned m_libraries = 0;
