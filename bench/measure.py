@@ -112,7 +112,7 @@ def function_text(name, sources, models, inputs=("data_in",)):
 
 
 def write_spec(path, functions):
-    path.write_text("<RTL_SPEC>\n" + "".join(functions) + "</RTL_SPEC>\n")
+    path.write_text("<RTL_SPEC>\n" + "".join(functions) + "</RTL_SPEC>\n", encoding="latin-1")
 
 
 def write_verilog(path, size, seed, ending=""):
