@@ -100,7 +100,6 @@ private:
   bool check_files();
   bool search_c_models(const std::string& directory, std::string& report_text);
   bool search_requirements(const std::string& directory, std::string& report_text);
-  std::vector<std::string> search_keys() const;
 
   EFISpec* m_spec;
   bool m_component_checks;
@@ -119,6 +118,9 @@ bool fileOK(const std::string& path);
 // those of earlier files included. A file that cannot be opened yields false and changes nothing.
 bool strings_in_file(const std::string& path, const std::vector<std::string>& keys,
                      std::vector<bool>& result);
+
+// The names of a component that its source files must contain.
+std::vector<std::string> search_keys(const EFIElem& elem);
 
 // `path` under `prefix`, with a "/" between them; an absolute path too. An empty prefix adds
 // nothing.

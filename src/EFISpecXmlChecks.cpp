@@ -82,6 +82,17 @@ std::string addPrefix(const std::string& prefix, const std::string& path) {
   return prefix.empty() ? path : prefix + "/" + path;
 }
 
+std::vector<std::string> search_keys(const EFIElem& elem) {
+  std::vector<std::string> keys = {elem.m_module_name};
+  keys.insert(keys.end(), elem.m_input_names.begin(), elem.m_input_names.end());
+  if (!elem.m_output_name.empty()) {
+    keys.push_back(elem.m_output_name);
+  }
+  keys.insert(keys.end(), elem.m_mem_port_names.begin(), elem.m_mem_port_names.end());
+  keys.insert(keys.end(), elem.m_parameter_names.begin(), elem.m_parameter_names.end());
+  return keys;
+}
+
 bool EFIElemVisitor::VisitExit(const tinyxml2::XMLElement& elem) {
   const std::string name = elem.Value();
   if (ok() && name == "ATTRIBUTES" && !check_attributes()) {
@@ -206,19 +217,8 @@ bool EFIElemVisitor::search_c_models(const std::string& directory, std::string& 
   return true;
 }
 
-std::vector<std::string> EFIElemVisitor::search_keys() const {
-  std::vector<std::string> keys = {m_elem->m_module_name};
-  keys.insert(keys.end(), m_elem->m_input_names.begin(), m_elem->m_input_names.end());
-  if (!m_elem->m_output_name.empty()) {
-    keys.push_back(m_elem->m_output_name);
-  }
-  keys.insert(keys.end(), m_elem->m_mem_port_names.begin(), m_elem->m_mem_port_names.end());
-  keys.insert(keys.end(), m_elem->m_parameter_names.begin(), m_elem->m_parameter_names.end());
-  return keys;
-}
-
 bool EFIElemVisitor::search_requirements(const std::string& directory, std::string& report_text) {
-  const std::vector<std::string> keys = search_keys();
+  const std::vector<std::string> keys = search_keys(*m_elem);
   std::vector<bool> found(keys.size(), false);
   for (const std::string& file : m_elem->m_requirement_files) {
     const std::string path = addPrefix(directory, file);

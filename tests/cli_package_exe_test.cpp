@@ -422,9 +422,12 @@ TEST_F(Packages, Verify) {
        "XMLElement name=RTL_SPUR\n"},
       {replaced(add, "<FILE name='top.v'", "<FILES nam='top.v'"),
        "Error in 'spec.xml', line 5: Unexpected element 'FILES'.\n"},
+      {replaced(add, "<EXPECTED_LATENCY value='1'/>", "<!--EXPECTED_LATENCY value-->"),
+       "Error in 'spec.xml': EXPECTED_LATENCY attribute is not set!\n"},
       {replaced(add, "FUNCTION name='add'", "FUNCTION name='a+d'"),
        "function a+d of the specification is not in .comp_header\n"
-       "function add of .comp_header is not in the specification\n"},
+       "function add of .comp_header is not in the specification\n"
+       "function a+d is not found in any C model\n"},
       {replaced(add, "add HDL\n<END_OF_TABLE>", "add HDL\nadd HDL\n<END_O"), ".comp_header: line 3 is not 2 words\n"},
       {replaced(add, ".source.top.v", ".source.toq.v"),
        "no section .source.top.v for a file that the specification names\n"
@@ -433,16 +436,18 @@ TEST_F(Packages, Verify) {
        "no section .c_model.../model/m.cl for a file that the specification names\n"
        "section .c_model...//model/mcl: the specification does not name this file\n"},
       {make_package({{".dir_container", "mix/"},
-                     {".source.top.v", ""},
-                     {".c_model.../model/m.cl", ""},
+                     {".source.top.v", "mix_top a p"},
+                     {".c_model.../model/m.cl", "mix"},
                      {".xml_spec.mix.xml", XML},
                      {".comp_header", "mix HDL\nmix HDL\n<END_OF_TABLE>"}}),
-       ".comp_header: a function is listed twice\n"},
+       ".comp_header: a function is listed twice\n"
+       "name q of the specification is not found in any source\n"},
       {replaced(mix, "mix/", "m/x/"), ".dir_container: 2 folders, but file names climb 1 level\n"},
       {replaced(mix, "mix/", "../."), ".dir_container: no \"/\" at the end\n"},
       {replaced(read_file("lib.bfclib"), "<RTL_SPEC>\n<FUNCTION name='add'", "<RTL_SPEC>\n<FUNCTION name='bad'"),
        ".vex.comp.add: function bad of the specification is not in .comp_header\n"
-       ".vex.comp.add: function add of .comp_header is not in the specification\n"},
+       ".vex.comp.add: function add of .comp_header is not in the specification\n"
+       ".vex.comp.add: function bad is not found in any C model\n"},
       {replaced(library(line), ".c_model.add.cl", ".c_mod\nl.add.cl"),
        ".vex.comp.add: section .c_mod\\nl.add.cl: a line break in the name\n"},
       {library(""), ".vex.comp.add: function add is not in .vex.comp_table\n"},

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "consistency.h"
 
+#include "EFISpecKeySearch.h"
+#include "EFISpecXml.h"
 #include "plan.h"
 #include "printable.h"
 #include "specification.h"
@@ -19,6 +21,8 @@ constexpr const char* REQUIRED_TARGET = "x86_64-unknown-linux-ostrahw";
 constexpr std::string_view TARGETS[] = {"spir64-unknown-unknown-ostrahw", REQUIRED_TARGET,
                                         "x86_64-pc-windows-ostrahw"};
 
+constexpr std::size_t SEARCH_BLOCK_SIZE = std::size_t{1} << 16;
+
 using Names = std::set<std::string>;
 
 class ComponentCheck {
@@ -34,6 +38,7 @@ public:
     if (const auto spec = load_specification(m_package, m_faults)) {
       check_functions(*spec);
       check_files(*spec);
+      check_names(*spec);
     }
   }
 
@@ -86,6 +91,58 @@ private:
     report_difference(packaged, named, [](const char* name) {
       return format_text("section %s: the specification does not name this file", name);
     });
+  }
+
+  // As the packaging command does it, but all files of a kind are searched for the names of all
+  // functions, so that each file is read once.
+  void check_names(const EFISpec& spec) {
+    Names functions;
+    Names names;
+    for (const auto& elem : spec.efi_elems()) {
+      functions.insert(elem->m_function_name);
+      for (std::string& name : xml::search_keys(*elem)) {
+        names.insert(std::move(name));
+      }
+    }
+    report_difference(functions, find_names(functions, PackagedFileKind::C_MODEL),
+                      [](const char* name) {
+                        return format_text("function %s is not found in any C model", name);
+                      });
+    report_difference(names, find_names(names, PackagedFileKind::SOURCE), [](const char* name) {
+      return format_text("name %s of the specification is not found in any source", name);
+    });
+  }
+
+  // Those of the names that are in a line of a file. Small files are searched together, as each
+  // search takes time for all names.
+  Names find_names(const Names& names, PackagedFileKind kind) {
+    const std::vector<std::string> keys(names.begin(), names.end());
+    std::vector<bool> found(keys.size());
+    xml::KeySearch search(keys, found);
+    std::string block;
+    const auto search_block = [&] {
+      search.search(block.data(), block.size());
+      block.clear();
+    };
+    for (const PackagedFile& file : m_package.files) {
+      std::string_view rest = file.kind == kind ? file.bytes : "";
+      while (!rest.empty() && !search.is_complete()) {
+        block.append(rest.substr(0, SEARCH_BLOCK_SIZE));
+        rest.remove_prefix(std::min(SEARCH_BLOCK_SIZE, rest.size()));
+        if (block.size() >= std::max(SEARCH_BLOCK_SIZE, search.state_count())) {
+          search_block();
+        }
+      }
+      block += '\n'; // a name does not continue in the next file
+    }
+    search_block();
+    Names result;
+    for (std::size_t i = 0; i < keys.size(); ++i) {
+      if (found[i]) {
+        result.insert(keys[i]);
+      }
+    }
+    return result;
   }
 
   const ComponentPackage& m_package;

@@ -26,7 +26,8 @@ std::string to_one_line(const std::string& diagnostic) {
   if (head == std::string::npos || message == std::string::npos) {
     return printable(diagnostic.substr(0, head));
   }
-  return printable(diagnostic.substr(0, head)) + ": " +
+  const bool ended = head > 0 && diagnostic[head - 1] == ':'; // without a line number
+  return printable(diagnostic.substr(0, head)) + (ended ? " " : ": ") +
          printable(diagnostic.substr(head + 1, message - head - 1));
 }
 
