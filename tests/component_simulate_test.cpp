@@ -190,6 +190,21 @@ void expect_faults_found(const std::string& module) {
   EXPECT_EQ(outcome.status, 1);
 }
 
+// The models are right only within the ranges.
+TEST_F(ComponentSimulateTest, InputsStayInTheirRanges) {
+  write_file("my component/narrow.cl", "short subtract(short left, short right) {\n"
+                                       "  return clamp(left, (short)-100, (short)9) - (right == 7 ? 7 : 0);\n}\n"
+                                       "float2 halve(float2 pair) { return clamp(pair, 2.0f, 7.0f) * -0.5f; }\n");
+  const Function halve = {"halve", "halve", "halve.v", "pair:64 <halves:64", "", "yes yes 1 -", "", ""};
+  const Function subtract = {"subtract", "subtract",   "subtract.vhd", "left:16 right:16 <difference:16",
+                             "",         "no yes 1 1", "WIDTH",        "16"};
+  write_file("my component/narrow.xml", "<EFI_SPEC>\n" + function_element(halve, "narrow.cl") +
+                                            function_element(subtract, "narrow.cl") + "</EFI_SPEC>\n");
+  const Outcome outcome =
+      simulate({"my component/narrow.xml", "--range", "left=-100:9", "--range", "right=7:7", "--range", "pair=2:7"});
+  EXPECT_EQ(outcome.status, 0) << outcome.out << outcome.err;
+}
+
 TEST_F(ComponentSimulateTest, FaultsOfAPipelineAreFound) {
   expect_faults_found("stream");
 }
