@@ -42,6 +42,7 @@ struct Mistake {
   std::string new_file;
   std::string new_text;
   std::string expected;
+  std::string message; // a part of what is printed
 };
 
 std::vector<Mistake> read_mistakes() {
@@ -68,6 +69,9 @@ std::vector<Mistake> read_mistakes() {
       break;
     case '>':
       mistakes.back().new_file = rest;
+      break;
+    case '~':
+      mistakes.back().message = rest;
       break;
     default:
       mistakes.back().expected += line + "\n";
@@ -105,6 +109,7 @@ TEST_F(ComponentCheckTest, EachMistakeIsFoundAtItsPlace) {
     }
     const Outcome got = check({mistake.spec});
     EXPECT_EQ(findings_in(got.out), mistake.expected) << got.out << got.err;
+    EXPECT_NE(got.out.find(mistake.message), std::string::npos) << got.out;
     const bool is_bad = mistake.expected.find(": error [") != std::string::npos;
     EXPECT_EQ(got.status, is_bad ? 1 : 0) << got.err;
     EXPECT_EQ(got.err, "");

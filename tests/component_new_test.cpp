@@ -72,6 +72,7 @@ const Row ROWS[] = {
     {">clk >a:8 <q:8", "--latency N"},
     {">in_i:8 <cnt_o:3 <empty_o", "pipeline IOO", {}, {}, false},
     {">valid_i <ready_o >a:8 <valid_o >ready_i <q:8", "stream VYIVYO", {}, {}, false},
+    {">valid_i <ready_o >a:8 <valid_o >ready_i >aux_busy <q:8", "stream VYIVY0O", {}, {}, false},
     {">clk >rst >req:4 <gnt:4 <gnt_valid", "pipeline CRIOO", {}, 1},
     {">wclk >wrst_n >winc >wdata:8 <wfull >rinc <rdata:8 <rempty", "stream CrVIyYOv", {{"rinc", "ready"}}},
     {">clk >init >next >a:8 <ready <q:8", "more than one port may begin a call"},
