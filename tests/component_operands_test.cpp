@@ -59,7 +59,8 @@ TEST_F(ComponentOperandsTest, PackagesAndLibrariesAreCheckedAsTheyWerePackaged) 
 TEST_F(ComponentOperandsTest, ModulesOfOneNameMustBeEqual) {
   pack("minmax/minmax.xml", "minmax.bfco");
   const std::string buffer = read_file("common/skid_buffer.v");
-  write_file("common/skid_buffer.v", "// Another comment.\n`timescale 1ns/1ps\n" + buffer);
+  write_file("common/skid_buffer.v",
+             "// Another comment.\n" + replaced(buffer, "module", "`timescale 1ns/1ps\nmodule"));
   EXPECT_EQ(check({"minmax.bfco", "minmax/minmax.xml"}).status, 0);
   write_file("common/skid_buffer.v", "\n" + replaced(buffer, "1'b0", "1'b1"));
   const Outcome got = check({"minmax.bfco", "minmax/minmax.xml", "popcount/popcount.xml"});
