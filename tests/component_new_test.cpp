@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
+#include "component_exe/description.h"
 #include "component_exe/port_plan.h"
 #include "support.h"
 
@@ -204,6 +205,14 @@ TEST_F(ComponentNewCommandTest, TimingIsMeasured) {
       "always @(posedge ap_clk) s <= ap_rst ? 0 : s == 0 ? {1'b0, ap_start} : s + 1;\nendmodule\n");
   EXPECT_EQ(component({"new", "hls", "hls.v"}).status, 0);
   EXPECT_NE(read_file("hls.xml").find("<EXPECTED_LATENCY value=\"5\"/>"), std::string::npos) << read_file("hls.xml");
+}
+
+TEST_F(ComponentNewCommandTest, PathsAreShortUnlessALinkIsLeft) {
+  fs::create_directories("a/b");
+  fs::create_directory_symlink("a/b", "link");
+  EXPECT_EQ("link/../f", tidy_path("link/../f"));
+  EXPECT_EQ("f", tidy_path("./f"));
+  EXPECT_EQ("a/f", tidy_path("a/b/../f"));
 }
 
 TEST_F(ComponentNewCommandTest, NothingIsWrittenWithAQuestion) {
