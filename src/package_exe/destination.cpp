@@ -207,13 +207,19 @@ private:
     errno = 0;
     const bool written = file.code != nullptr ? write_package(fd.get(), *file.code)
                                               : write_all(fd.get(), file.bytes);
-    if (!written || !give_name(folder, part.c_str(), name.c_str())) {
-      add_fault(name, describe_write_error(errno));
-      unlinkat(folder, part.c_str(), 0);
-      return false;
+    if (written && give_name(folder, part.c_str(), name.c_str())) {
+      m_result.files.push_back(m_path + name);
+      return true;
     }
-    m_result.files.push_back(m_path + name);
-    return true;
+    const int error = errno;
+    unlinkat(folder, part.c_str(), 0);
+    const std::size_t old_faults = m_faults.size();
+    if (written && error == EEXIST) { // another program was faster
+      check_file(file, folder, name);
+    } else {
+      add_fault(name, describe_write_error(error));
+    }
+    return m_faults.size() == old_faults;
   }
 
   // Not every file system can rename without replacing a file.
