@@ -156,6 +156,8 @@ const Row FAULTS[] = {
      "f.cl:2: error: 'f' is declared here, but no C model defines it [model-missing]\n"},
     {"other_name", "a:32 =32", "\nuint f2(uint a) { return a; }",
      "f.cl:2: error: no C model defines 'f'; did you mean 'f2'? [model-missing]\n"},
+    {"other_letter", "a:32 =32", "// half\nuint g(uint a) { return a / 2; }",
+     "f.cl:2: error: no C model defines 'f'; did you mean 'g'? [model-missing]\n"},
     {"in_a_comment", "a:32 =32", "int g;\n// f is not here",
      "f.cl:2: error: no C model defines a function 'f' [model-missing]\n"},
     {"include", "a:32 =32", "\n#include \"f.h\"\nuint f(uint a) { return a + X; }",
@@ -172,8 +174,10 @@ const Row FAULTS[] = {
      "f.cl:1: error: argument 1 'a' is 'uint' of 32 bits, but INPUT 'a' (f.xml:3) has 16 bits "
      "[model-type]\n"
      "f.cl:1: warning: the body is empty: write what the component computes [model]\n"},
-    {"does_not_compile", "a:32 =32", "uint f(uint a)\n{ return b; }",
+    {"does_not_compile", "a:32 =16", "uint f(uint a)\n{ return b; }",
+     "f.cl:1: error: 'f' returns 'uint' of 32 bits, but OUTPUT 'o' (f.xml:4) has 16 bits [model-result]\n"
      "f.cl:2: error: use of undeclared identifier 'b' [model]\n"},
+    {"unknown_type", "a:32 =32", "uint f(word a)\n{ return a; }", "f.cl:1: error: unknown type name 'word' [model]\n"},
 };
 
 class ModelTest : public InTempDir {

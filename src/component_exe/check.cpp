@@ -88,6 +88,7 @@ void check_component(Task& task, DesignCache& designs, unsigned jobs) {
   }
   compiled.get();
   task.report.merge(std::move(models));
+  task.report.join_widths();
   if (task.report.status() == STATUS_OK) {
     const std::string& name = description.spec->efi_elems()[task.component]->m_function_name;
     task.report.note(description.name, name + ": ok");

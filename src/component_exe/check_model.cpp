@@ -2,6 +2,7 @@
 #include "check_model.h"
 
 #include "clang.h"
+#include "rtl_text.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -35,6 +36,7 @@ private:
   void read_models();
   void report_errors(const std::string& file, const CModel& model);
   void report_missing();
+  [[nodiscard]] std::optional<ModelFunction> find_similar() const;
   void report_second_definitions(const std::vector<const ModelFunction*>& definitions);
   [[nodiscard]] std::vector<const ModelFunction*> find_definitions() const;
 
@@ -52,7 +54,7 @@ private:
   const EFIElem& m_component;
   const ElementLines& m_lines;
   Report& m_report;
-  std::vector<ModelFunction> m_functions; // of all models that compile
+  std::vector<ModelFunction> m_functions; // of all models
   bool m_all_read = true;
 };
 
@@ -104,9 +106,7 @@ void ModelChecker::read_models() {
     }
     report_errors(file, *model);
     m_all_read = m_all_read && model->errors.empty();
-    if (model->errors.empty()) {
-      std::move(model->functions.begin(), model->functions.end(), std::back_inserter(m_functions));
-    }
+    std::move(model->functions.begin(), model->functions.end(), std::back_inserter(m_functions));
   }
 }
 
@@ -132,6 +132,29 @@ unsigned find_line(const std::string& path, const std::string& name) {
   return 0;
 }
 
+// The definition whose name is nearest, contains the name, or is the only one.
+std::optional<ModelFunction> ModelChecker::find_similar() const {
+  std::vector<ModelFunction> defined;
+  std::vector<std::string> names;
+  for (const std::string& file : m_component.m_c_model_files) {
+    for (ModelFunction& function : list_c_functions(absolute_path(m_description.file_path(file)))) {
+      names.push_back(function.name);
+      defined.push_back(std::move(function));
+    }
+  }
+  const std::string& name = m_component.m_function_name;
+  const std::string nearest = nearest_name(name, names);
+  const auto found =
+      std::find_if(defined.begin(), defined.end(), [&](const ModelFunction& function) {
+        return nearest.empty() ? function.name.find(name) != std::string::npos
+                               : function.name == nearest;
+      });
+  if (found != defined.end()) {
+    return *found;
+  }
+  return defined.size() == 1 ? std::optional(defined.front()) : std::nullopt;
+}
+
 // A declaration, or a function of a similar name, shows best what the user meant.
 void ModelChecker::report_missing() {
   const std::string& name = m_component.m_function_name;
@@ -143,10 +166,7 @@ void ModelChecker::report_missing() {
                    "'" + name + "' is declared here, but no C model defines it");
     return;
   }
-  const auto similar =
-      std::find_if(m_functions.begin(), m_functions.end(),
-                   [](const ModelFunction& function) { return function.is_definition; });
-  if (similar != m_functions.end()) {
+  if (const std::optional<ModelFunction> similar = find_similar()) {
     m_report.error("model-missing", place_in_model(similar->path, similar->line),
                    "no C model defines '" + name + "'; did you mean '" + similar->name + "'?");
     return;
@@ -258,12 +278,19 @@ bool ModelChecker::has_swapped_names(const ModelFunction& function) const {
 
 std::vector<Finding> ModelChecker::compare(const ModelFunction& function) const {
   std::vector<Finding> findings;
-  const auto add = [&](const char* rule, unsigned line, std::string text) {
-    findings.push_back(
-        {place_in_model(function.path, line), Severity::error, rule, std::move(text)});
+  const auto add = [&](const char* rule, unsigned line, std::string text, unsigned element = 0,
+                       unsigned bits = 0) {
+    findings.push_back({place_in_model(function.path, line),
+                        Severity::error,
+                        rule,
+                        std::move(text),
+                        {},
+                        m_description.place(element),
+                        bits});
   };
   if (const std::string fault = result_fault(function.result); !fault.empty()) {
-    add("model-result", function.line, "'" + function.name + "' " + fault);
+    add("model-result", function.line, "'" + function.name + "' " + fault, m_lines.output,
+        function.result.bits);
   }
   if (function.arguments.size() != m_component.m_input_names.size()) {
     findings.push_back(count_finding(function));
@@ -273,7 +300,8 @@ std::vector<Finding> ModelChecker::compare(const ModelFunction& function) const 
     const ModelArgument& argument = function.arguments[i];
     if (const std::string fault = argument_fault(argument, i); !fault.empty()) {
       add("model-type", argument.line,
-          "argument " + std::to_string(i + 1) + " '" + argument.name + "' " + fault);
+          "argument " + std::to_string(i + 1) + " '" + argument.name + "' " + fault,
+          m_lines.inputs[i], argument.type.is_pointer ? 0 : argument.type.bits);
     }
   }
   if (has_swapped_names(function)) {
@@ -305,7 +333,9 @@ void ModelChecker::check() {
         return left.size() < right.size();
       });
   for (const Finding& finding : *best) {
-    m_report.error(finding.rule.c_str(), finding.place, finding.text);
+    Finding& reported = m_report.error(finding.rule.c_str(), finding.place, finding.text);
+    reported.element = finding.element;
+    reported.bits = finding.bits;
   }
 }
 

@@ -189,6 +189,19 @@ void move_unwritten(CModel& model) {
   model.errors.erase(first, model.errors.end());
 }
 
+// An error in a declaration, or in front of it, may have changed it.
+void drop_unsound(CModel& model) {
+  std::erase_if(model.functions, [&](const ModelFunction& function) {
+    unsigned last_line = function.line;
+    for (const ModelArgument& argument : function.arguments) {
+      last_line = std::max(last_line, argument.line);
+    }
+    return std::any_of(model.errors.begin(), model.errors.end(), [&](const ModelError& error) {
+      return error.path != function.path || error.line <= last_line;
+    });
+  });
+}
+
 } // namespace
 
 std::optional<CModel> read_c_model(const std::string& path, const std::string& function,
@@ -211,10 +224,20 @@ std::optional<CModel> read_c_model(const std::string& path, const std::string& f
   if (types.empty()) { // no such function, or a tool that prints nothing whatever it is asked
     types.push_back(&number);
   }
-  if (model.errors.empty() && !measure_types(standard, path, types, problem)) {
-    return std::nullopt;
+  if (!measure_types(standard, path, types, problem)) {
+    if (model.errors.empty()) {
+      return std::nullopt;
+    }
+    model.functions.clear();
   }
+  drop_unsound(model);
   return model;
+}
+
+std::vector<ModelFunction> list_c_functions(const std::string& path) {
+  std::vector<std::string> command = compile_command("CL2.0");
+  command.insert(command.end(), {"-Wmissing-prototypes", "-fsyntax-only", path});
+  return read_clang_definitions(run_tool(command, "").errors);
 }
 
 } // namespace bfcl::component

@@ -49,7 +49,9 @@ struct ModelError {
 };
 
 struct CModel {
-  std::vector<ModelFunction> functions; // those whose name contains the name that was asked for
+  // Those whose name contains the name that was asked for; of a model with errors, those whose
+  // declarations come before all of them.
+  std::vector<ModelFunction> functions;
   std::vector<ModelError> errors;       // why the model does not compile
   std::vector<ModelError> unwritten;    // the same of functions whose bodies are empty
   std::vector<unsigned> include_lines;  // of the model's own directives
@@ -60,5 +62,8 @@ struct CModel {
 // Nothing when clang is missing or failed itself; `problem` is then a line for people. Thread-safe.
 [[nodiscard]] std::optional<CModel> read_c_model(const std::string& path,
                                                  const std::string& function, std::string& problem);
+
+// The functions that the model at `path` defines, as far as clang reads it: names and places only.
+[[nodiscard]] std::vector<ModelFunction> list_c_functions(const std::string& path);
 
 } // namespace bfcl::component

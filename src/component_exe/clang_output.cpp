@@ -2,6 +2,7 @@
 #include "clang_output.h"
 
 #include <charconv>
+#include <initializer_list>
 #include <optional>
 #include <sstream>
 #include <string_view>
@@ -138,9 +139,10 @@ unsigned value_of(const Json& node) {
   return inner != node.end() && !inner->empty() ? value_of(inner->front()) : 0;
 }
 
-// A line "PATH:LINE:COLUMN: error: TEXT".
-std::optional<ModelError> read_error(const std::string& line) {
-  for (const std::string_view mark : {": error: ", ": fatal error: "}) {
+// A line "PATH:LINE:COLUMN: error: TEXT", or with another one of the marks.
+std::optional<ModelError> read_error(const std::string& line,
+                                     std::initializer_list<std::string_view> marks) {
+  for (const std::string_view mark : marks) {
     const std::size_t end = line.find(mark);
     const std::size_t column = end == std::string::npos ? end : line.rfind(':', end - 1);
     const std::size_t number = column == std::string::npos ? column : line.rfind(':', column - 1);
@@ -194,11 +196,28 @@ std::vector<ModelError> read_clang_errors(const std::string& text) {
   std::vector<ModelError> errors;
   std::istringstream lines(text);
   for (std::string line; std::getline(lines, line);) {
-    if (auto error = read_error(line)) {
+    if (auto error = read_error(line, {": error: ", ": fatal error: "})) {
       errors.push_back(std::move(*error));
     }
   }
   return errors;
+}
+
+std::vector<ModelFunction> read_clang_definitions(const std::string& text) {
+  std::vector<ModelFunction> functions;
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    const auto warning = read_error(line, {": warning: no previous prototype for function '"});
+    if (warning && !warning->text.empty()) {
+      ModelFunction function;
+      function.name = warning->text.substr(0, warning->text.find('\''));
+      function.path = warning->path;
+      function.line = warning->line;
+      function.is_definition = true;
+      functions.push_back(std::move(function));
+    }
+  }
+  return functions;
 }
 
 // The preprocessor marks where it comes back to the model from an included file:

@@ -26,6 +26,9 @@ namespace bfcl::component {
 // The errors of its standard error, in their order.
 [[nodiscard]] std::vector<ModelError> read_clang_errors(const std::string& text);
 
+// The functions that its warnings of missing prototypes name: all that are not static.
+[[nodiscard]] std::vector<ModelFunction> read_clang_definitions(const std::string& text);
+
 // The lines of the file `path` whose directives include another one, from what -E prints.
 [[nodiscard]] std::vector<unsigned> read_clang_includes(const std::string& output,
                                                         const std::string& path);

@@ -220,8 +220,11 @@ void report_diagnostics(const std::string& operand, const std::vector<std::strin
     const bool is_warning = text.rfind("Warning", 0) == 0;
     text.erase(0, head + 1 == text.size() ? 0 : head + 1);
     text.erase(text.find_last_not_of('\n') + 1);
-    is_warning ? report.warning("description", {operand, line}, text)
-               : report.error("description", {operand, line}, text);
+    if (is_warning) {
+      report.warning("description", {operand, line}, text);
+    } else {
+      report.error("description", {operand, line}, text);
+    }
   }
 }
 

@@ -99,9 +99,9 @@ ordered_json as_sarif(const Finding& finding) {
 
 } // namespace
 
-void Report::error(const char* rule, Place place, std::string text, std::string details) {
-  m_findings.push_back(
-      {std::move(place), Severity::error, rule, std::move(text), std::move(details)});
+Finding& Report::error(const char* rule, Place place, std::string text, std::string details) {
+  return m_findings.emplace_back(
+      Finding{std::move(place), Severity::error, rule, std::move(text), std::move(details)});
 }
 
 void Report::warning(const char* rule, Place place, std::string text) {
@@ -119,6 +119,26 @@ void Report::note(const std::string& subject, std::string text) {
 void Report::withdraw(const std::string& rule, const std::string& text) {
   std::erase_if(m_findings, [&](const Finding& finding) {
     return finding.rule == rule && finding.text.starts_with(text);
+  });
+}
+
+void Report::join_widths() {
+  std::vector<Finding> joined;
+  for (Finding& port : m_findings) {
+    const std::size_t end =
+        port.rule == "port-width" ? port.text.find(", but must") : std::string::npos;
+    for (const Finding& model : m_findings) {
+      if (end != std::string::npos && model.rule.starts_with("model-") && model.bits != 0 &&
+          model.bits == port.bits && model.element == port.element) {
+        port.text.insert(end,
+                         " and in " + model.place.file + ":" + std::to_string(model.place.line));
+        joined.push_back(model);
+        break;
+      }
+    }
+  }
+  std::erase_if(m_findings, [&](const Finding& finding) {
+    return std::find(joined.begin(), joined.end(), finding) != joined.end();
   });
 }
 
@@ -153,10 +173,12 @@ void Report::print_problems() const {
 
 void Report::print() {
   sort();
-  for (const auto& [place, severity, rule, text, details] : m_findings) {
+  for (const Finding& finding : m_findings) {
+    const Place& place = finding.place;
     const std::string line = place.line != 0 ? ":" + std::to_string(place.line) : "";
-    std::printf("%s%s: %s: %s [%s]\n%s", place.file.c_str(), line.c_str(), name_of(severity),
-                text.c_str(), rule.c_str(), details.c_str());
+    std::printf("%s%s: %s: %s [%s]\n%s", place.file.c_str(), line.c_str(),
+                name_of(finding.severity), finding.text.c_str(), finding.rule.c_str(),
+                finding.details.c_str());
   }
   for (const auto& [subject, text] : m_notes) {
     std::printf("%s: %s\n", subject.c_str(), text.c_str());

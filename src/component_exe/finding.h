@@ -30,6 +30,9 @@ struct Finding {
   std::string rule;         // an entry of RULES
   std::string text;         // one line, without a full stop at its end
   std::string details = {}; // whole lines for below it, such as a table; may be empty
+  // Of a width that differs from the description's: the element there, and the bits here.
+  Place element = {};
+  unsigned bits = 0;
 
   bool operator==(const Finding&) const = default;
   bool operator<(const Finding& other) const {
@@ -56,7 +59,7 @@ inline constexpr int STATUS_NOT_CHECKED = 2;
 // own, and merge() joins them.
 class Report {
 public:
-  void error(const char* rule, Place place, std::string text, std::string details = {});
+  Finding& error(const char* rule, Place place, std::string text, std::string details = {});
   void warning(const char* rule, Place place, std::string text);
 
   // Something that kept `subject` (a file as the user named it) from being checked: a tool that is
@@ -78,6 +81,10 @@ public:
   };
   void note_unlisted(UnlistedFile file) { m_unlisted_files.push_back(std::move(file)); }
   [[nodiscard]] const std::vector<UnlistedFile>& unlisted_files() const { return m_unlisted_files; }
+
+  // Where the RTL and the C model agree on a width, the description is wrong: one finding names
+  // both.
+  void join_widths();
 
   void merge(Report other);
 

@@ -170,9 +170,12 @@ private:
       withdraw_consequences(port);
     }
     if (port.width != expected.width && !m_design.has_other_parameters) {
-      m_report.error("port-width", place,
-                     "port '" + expected.name + "' has " + bits(port.width) + " in " +
-                         at(port.place) + ", but must have " + bits(expected.width));
+      Finding& finding =
+          m_report.error("port-width", place,
+                         "port '" + expected.name + "' has " + bits(port.width) + " in " +
+                             at(port.place) + ", but must have " + bits(expected.width));
+      finding.element = place;
+      finding.bits = port.width;
     }
   }
 
