@@ -90,12 +90,17 @@ private:
   malloc_ptr<char> m_target; // without symbolic links
   OutputFile m_output;
   unique_fd m_fd;
-  bool m_new = false; // made by this operation, and not complete
+  bool m_new = false;        // made by this operation, and not complete
+  struct stat m_status = {}; // of a new file
 };
 
+// Another program may have put its own file there meanwhile.
 SectionFile::~SectionFile() {
-  if (m_new) {
-    static_cast<void>(unlink(m_target != nullptr ? m_target.get() : m_path));
+  const char* path = m_target != nullptr ? m_target.get() : m_path;
+  struct stat now = {};
+  if (m_new && stat(path, &now) == 0 && now.st_dev == m_status.st_dev &&
+      now.st_ino == m_status.st_ino) {
+    static_cast<void>(unlink(path));
   }
 }
 
@@ -104,7 +109,7 @@ bool SectionFile::open() {
   m_fd = unique_fd(::open(m_path, flags | O_NONBLOCK));
   if (!m_fd && errno == ENOENT) {
     m_fd = unique_fd(::open(m_path, flags | O_NONBLOCK | O_CREAT, 0666));
-    m_new = static_cast<bool>(m_fd);
+    m_new = m_fd && fstat(m_fd.get(), &m_status) == 0;
   }
   if (!m_fd || fcntl(m_fd.get(), F_SETFL, flags) != 0) {
     return false;
