@@ -24,8 +24,11 @@ std::string read_regular_file(const std::string& path) {
   return std::move(text).str();
 }
 
+constexpr std::size_t MAX_NAME = 4096; // bytes of a path
+
 // The text that begins with a name between quotes or angle brackets, as that name, or empty.
 std::string_view quoted_name(std::string_view text) {
+  text = text.substr(0, MAX_NAME + 2);
   const char end = text.empty()          ? '\0'
                    : text.front() == '"' ? '"'
                    : text.front() == '<' ? '>'

@@ -6,6 +6,7 @@
 #include "new_files.h"
 #include "new_sources.h"
 #include "process.h"
+#include "progress.h"
 #include "rtl_text.h"
 #include "wrapper.h"
 
@@ -307,7 +308,15 @@ void NewCommand::write(const Design& design, const PortPlan& plan) {
   if (is_wrapped && !elaborates(design, component, wrapper)) {
     return;
   }
-  const auto timing = measure(design, plan, component, wrapper);
+  std::optional<Measurement> timing;
+  {
+    const Progress progress(design.top);
+    progress.show("measuring its latency and capacity");
+    timing = measure(design, plan, component, wrapper);
+  }
+  if (interrupt_signal() != 0) {
+    return;
+  }
   component.timing = timing.value_or(component.timing);
   files.push_back({path_of(component.model), prototype_text(design, plan, component)});
   files.push_back({path_of(design.top + ".xml"), description_text(design, plan, component)});

@@ -274,14 +274,16 @@ void SourceSearch::note_undriven(const Report& report, const Design& design) {
 
 void SourceSearch::check_extensions(Report& report) {
   for (const std::string& file : m_request.files) {
-    std::string extension = fs::path(file).extension().string();
-    std::transform(extension.begin(), extension.end(), extension.begin(),
-                   [](unsigned char byte) { return static_cast<char>(std::tolower(byte)); });
+    const FileKind kind = file_kind(file);
+    const std::string extension = lower_case(fs::path(file).extension().string());
     constexpr const char* PACKAGED[] = {".v", ".sv", ".svh", ".vhd", ".hex", ".mif"};
     if (std::find(std::begin(PACKAGED), std::end(PACKAGED), extension) == std::end(PACKAGED)) {
       report.error("file-extension", {tidy_path(file), 0},
                    "cannot be packaged: its extension is none of v, sv, svh, vhd, hex, mif; give "
-                   "the file one of them");
+                   "the file one of them" +
+                       std::string(kind == FileKind::vhdl      ? ", here vhd"
+                                   : kind == FileKind::include ? ", here svh, also in its `include"
+                                                               : ""));
     }
   }
 }

@@ -8,6 +8,7 @@
 #include "interface_rules.h"
 #include "opencl.h"
 #include "process.h"
+#include "progress.h"
 #include "simulation.h"
 
 #include <algorithm>
@@ -16,35 +17,12 @@
 #include <future>
 #include <numeric>
 
-#include <unistd.h>
-
 namespace bfcl::component {
 
 namespace {
 
 namespace fs = std::filesystem;
 using vex::efi::EFIElem;
-
-// Says on a terminal what takes so long.
-class Progress {
-public:
-  explicit Progress(std::string subject) : m_subject(std::move(subject)) {}
-  ~Progress() { show(""); }
-  Progress(const Progress&) = delete;
-  Progress& operator=(const Progress&) = delete;
-
-  void show(const std::string& text) const {
-    if (m_is_terminal) {
-      std::fprintf(stderr, "\r\33[K%s%s", text.empty() ? "" : (m_subject + ": ").c_str(),
-                   text.c_str());
-      std::fflush(stderr);
-    }
-  }
-
-private:
-  std::string m_subject;
-  bool m_is_terminal = isatty(STDERR_FILENO) != 0;
-};
 
 bool save(const std::string& path, const std::vector<unsigned char>& bytes) {
   std::ofstream file(path, std::ios::binary);
