@@ -33,8 +33,7 @@ std::string_view quoted_name(std::string_view text) {
                    : text.front() == '"' ? '"'
                    : text.front() == '<' ? '>'
                                          : '\0';
-  const std::size_t length =
-      end == '\0' ? std::string_view::npos : text.find_first_of({&end, 1}, 1);
+  const std::size_t length = end == '\0' ? std::string_view::npos : text.find(end, 1);
   if (length == std::string_view::npos || text.substr(0, length).find('\n') < length) {
     return {};
   }
