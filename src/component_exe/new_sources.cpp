@@ -296,7 +296,7 @@ NewSources find_sources(const std::string& module, const std::vector<std::string
   ElaborationRequest request;
   request.top = module;
   request.parameters = parameters;
-  request.top_place = {(fs::path(folder) / (module + ".xml")).string(), 0};
+  request.top_place = {(fs::path(folder) / (module + ".xml")).lexically_normal().string(), 0};
   for (const std::string& file : files) {
     std::error_code error;
     if (!fs::is_regular_file(file, error)) {
