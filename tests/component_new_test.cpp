@@ -79,6 +79,7 @@ const Row ROWS[] = {
     {">clk >init >next >a:8 <ready <q:8", "more than one port may begin a call"},
     {">wclk >rclk >a:8 <q:8", "a component has one clock"},
     {">clk >start >in_valid >a:8 <done <q:8", "more than one port may begin a call"},
+    {">clk >start >a:8 <x_valid <y_valid <q:8", "--map y_valid=open leaves it out, --map y_valid=output makes"},
     {">clk >req <ack >a:8 <q:8", "--map ack=done"},
     {">clk >req <ack >a:8 <q:8", "call CVDIO", {{"ack", "done"}}},
     {">clk >a:8 <valid <q:8 >mode", "--map PORT=start if it begins a call (mode)"},

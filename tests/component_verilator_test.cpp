@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
+#include "component_exe/ghdl_output.h"
 #include "component_exe/verilator_run.h"
 #include "support.h"
 
@@ -131,6 +132,15 @@ TEST(VerilatorMessages, HaveAPlaceACodeAndSometimesASecondPlace) {
   EXPECT_EQ(messages[1].line, 4U);
   EXPECT_EQ(messages[1].text, "Can't find definition of variable: 'clok'; did you mean 'clock'?");
   EXPECT_EQ(messages[2].file, "");
+}
+
+TEST(GhdlMessages, HaveAPlaceOrAreTheProgramsOwn) {
+  const auto messages = parse_ghdl_messages("a.vhd:x:5: y\n/usr/bin/ghdl-mcode: no library\n"
+                                            "d/a.vhd:34:5:warning: unused\n");
+  ASSERT_EQ(messages.size(), 2U);
+  EXPECT_EQ(messages[0].file + messages[0].text, "no library");
+  EXPECT_EQ(messages[1].file + messages[1].text, "d/a.vhdunused");
+  EXPECT_EQ(messages[1].line, 34U);
 }
 
 } // namespace
