@@ -37,12 +37,19 @@ private:
   int m_fd;
 };
 
-// Waits until no other descriptor has the file's lock, and takes it until the descriptor is closed.
-// Where files cannot be locked, it returns at once.
+// Waits until nobody else has the file's lock, and takes it until it is unlocked, or until the
+// descriptor is closed here and in the programs that inherit it. Where files cannot be locked, it
+// returns at once.
 inline void lock_file(int fd) {
   struct flock lock = {}; // all of the file
   lock.l_type = F_WRLCK;
   static_cast<void>(fcntl(fd, F_OFD_SETLKW, &lock));
+}
+
+inline void unlock_file(int fd) {
+  struct flock lock = {};
+  lock.l_type = F_UNLCK;
+  static_cast<void>(fcntl(fd, F_OFD_SETLK, &lock));
 }
 
 // Calls move(done, left), which calls read or write, until no bytes are left or it moves none.

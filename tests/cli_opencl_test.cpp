@@ -4,7 +4,9 @@
 #include "pkg.h"
 
 #include "support.h"
+#include "unique_fd.h"
 
+#include <csignal>
 #include <set>
 
 namespace {
@@ -173,6 +175,20 @@ TEST_F(OpenCl, OneRunAtATimeMakesALibrary) {
   std::filesystem::create_hard_link("lib", "other name"); // which is locked while it is written, too
   EXPECT_TRUE(waits_for_lock("lib", [] { library({"create", "-o", "lib", "ocl"}); }));
   EXPECT_EQ("f LLVM_IR <clang_ir>\n<END_OF_TABLE>", section_of("lib", ".vex.comp_table"));
+}
+
+TEST_F(OpenCl, TheLinkerOfAKilledRunKeepsTheLock) {
+  write_package("ocl", {{LINUX, ""}});
+  mkfifo("end", 0600);
+  write_tool("bfcl-link", "#!/bin/sh\np=$PPID\n"
+                          "[ $(cat /proc/$p/comm) = bfcl-library ] || p=$(cut -d ' ' -f 4 /proc/$p/stat)\n"
+                          "kill -9 $p\nread line <end\n");
+  EXPECT_EQ(128 + SIGKILL, library({"create", "-o", "lib", "ocl"}).status);
+  const unique_fd fd(open("lib", O_RDWR));
+  struct flock lock = {};
+  lock.l_type = F_WRLCK;
+  EXPECT_EQ(-1, fcntl(fd.get(), F_OFD_SETLK, &lock));
+  write_file("end", "\n");
 }
 
 TEST_F(OpenCl, AMissingOptimiserFindsNothing) {

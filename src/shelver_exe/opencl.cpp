@@ -113,13 +113,15 @@ void OpenClCode::remove_files() {
     unlink(file.c_str());
   }
   m_written.clear();
+  unlock_file(m_lock.get());
   m_lock = unique_fd();
 }
 
 // Runs that make the same library use the same bitcode files: each waits for the one before, which
-// may have replaced or removed the file that was locked.
+// may have replaced or removed the file that was locked. The tools inherit the descriptor: after a
+// kill, the linker may still write its file.
 void OpenClCode::lock_library() {
-  constexpr int flags = O_RDWR | O_CREAT | O_CLOEXEC | O_NONBLOCK;
+  constexpr int flags = O_RDWR | O_CREAT | O_NONBLOCK;
   constexpr int max_runs = 1000;
   const char* path = m_library_path.c_str();
   bool done = false;
