@@ -90,7 +90,8 @@ private:
     m_nodes[target].drivers.push_back(driver);
     ++m_nodes[target].live_drivers;
     const std::size_t count = values.size();
-    m_drivers.push_back({target, std::move(values), is_constant ? 1 : count, is_copy});
+    m_drivers.push_back(
+        {target, std::move(values), is_constant ? 1 : count, is_copy && count == 1});
   }
 
   std::vector<std::size_t> nodes_of(std::size_t module, const std::vector<std::string>& signals) {
