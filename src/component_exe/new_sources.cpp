@@ -197,7 +197,10 @@ bool SourceSearch::add_missing(const Report& report) {
   const std::size_t before = m_request.files.size();
   for (const auto& [path, content] : report.unlisted_files()) {
     if (!is_among(m_request.files, path)) {
-      add(path, "which '" + content + "' is in");
+      std::error_code error;
+      const fs::path file = path;
+      add(file.is_absolute() ? file.lexically_proximate(fs::current_path(error)).string() : path,
+          "which '" + content + "' is in");
     }
   }
   return m_request.files.size() != before;
