@@ -210,6 +210,7 @@ TEST_F(ComponentNewCommandTest, TimingIsMeasured) {
 
 TEST_F(ComponentNewCommandTest, PathsAreShortUnlessALinkIsLeft) {
   fs::create_directories("a/b");
+  write_file("a/f", "");
   fs::create_directory_symlink("a/b", "link");
   EXPECT_EQ("link/../f", tidy_path("link/../f"));
   EXPECT_EQ("f", tidy_path("./f"));
