@@ -24,7 +24,7 @@ using Indices = std::vector<std::size_t>; // of ports
 
 // Gives the ports their roles: what the user chose first, then what their names say, and what is
 // left last. port_choices.cpp has the user's choices and the ports that none can have,
-// port_plan.cpp the names.
+// port_plan.cpp the names, port_scheme.cpp how the module is called.
 class Planner {
 public:
   Planner(const Design& design, const PortChoices& choices) : m_design(design), m_choices(choices) {
