@@ -212,7 +212,6 @@ TEST_F(ComponentNewCommandTest, PathsAreShortUnlessALinkIsLeft) {
   fs::create_directories("a/b");
   write_file("a/f", "");
   fs::create_directory_symlink("a/b", "link");
-  write_file("a/f", "");
   write_file("f", "");
   EXPECT_EQ("link/../f", tidy_path("link/../f"));
   EXPECT_EQ("f", tidy_path("./f"));
