@@ -223,17 +223,4 @@ TEST_F(ModelTest, ReadsSeveralModelsOfAnyExtensionAndName) {
 }
 
 } // namespace
-TEST(Tool, EndsAtItsLimits) {
-  using namespace std::chrono_literals;
-  using End = ToolResult::End;
-  const auto end_of = [](const char* script, std::chrono::milliseconds limit = DEFAULT_TIME_LIMIT) {
-    return run_tool({"sh", "-c", script}, "", limit).end;
-  };
-  EXPECT_EQ(End::timed_out, end_of("exec tail -f /dev/null", 20ms));
-  EXPECT_EQ(End::timed_out, end_of("exec >&- 2>&-; while :; do :; done", 20ms));
-  EXPECT_EQ(End::too_much, end_of("exec cat /dev/zero"));
-  EXPECT_EQ(End::signalled, end_of("kill -9 $$"));
-  EXPECT_EQ(End::not_started, run_tool({"./absent"}, "").end);
-}
-
 } // namespace bfcl::component

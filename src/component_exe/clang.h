@@ -52,9 +52,9 @@ struct CModel {
   // Those whose name contains the name that was asked for; of a model with errors, those whose
   // declarations come before all of them.
   std::vector<ModelFunction> functions;
-  std::vector<ModelError> errors;       // why the model does not compile
-  std::vector<ModelError> unwritten;    // the same of functions whose bodies are empty
-  std::vector<unsigned> include_lines;  // of the model's own directives
+  std::vector<ModelError> errors;      // why the model does not compile
+  std::vector<ModelError> unwritten;   // the same of functions whose bodies are empty
+  std::vector<unsigned> include_lines; // of the model's own directives
 };
 
 // Compiles the model at `path`, which must be absolute, as OpenCL C, whatever its extension is: of
