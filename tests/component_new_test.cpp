@@ -212,6 +212,7 @@ TEST_F(ComponentNewCommandTest, PathsAreShortUnlessALinkIsLeft) {
   fs::create_directories("a/b");
   fs::create_directory_symlink("a/b", "link");
   write_file("f", "");
+  write_file("a/f", "");
   EXPECT_EQ("link/../f", tidy_path("link/../f"));
   EXPECT_EQ("f", tidy_path("./f"));
   EXPECT_EQ("a/f", tidy_path("a/b/../f"));
