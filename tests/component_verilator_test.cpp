@@ -111,7 +111,7 @@ TEST_F(VerilatorTest, ReadsXmlHoweverDeepItIs) {
 )");
   VerilatorRun run;
   run.design.top = "top";
-  ASSERT_TRUE(read_verilator_xml("netlist.xml", run));
+  ASSERT_TRUE(read_verilator_xml("netlist.xml", ".", run));
   EXPECT_EQ(listed(run.design), "clock 0 0 1 a.sv:2\neither 1 4 0 a.sv:3\n");
 }
 

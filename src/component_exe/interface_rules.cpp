@@ -98,7 +98,7 @@ const char* name_of(PortKind kind) {
   case PortKind::array:
     return "an unpacked array";
   case PortKind::record:
-    return "a record";
+    return "a record or an unpacked structure";
   case PortKind::interface:
     return "an interface";
   default:

@@ -200,7 +200,7 @@ VerilatorRun run_verilator(const SealedTree& tree, const VerilatorJob& job) {
   run.design.top = job.top;
   const std::string output = tree.work();
   if (run.ok && !(json ? read_verilator_json(output + "/netlist.json", output + "/meta.json", run)
-                       : read_verilator_xml(output + "/netlist.xml", run))) {
+                       : read_verilator_xml(output + "/netlist.xml", tree.root(), run))) {
     run.ok = false;
     run.problem = "verilator's output cannot be read";
   }

@@ -58,8 +58,11 @@ struct VerilatorRun {
 [[nodiscard]] VerilatorRun run_verilator(const SealedTree& tree, const VerilatorJob& job);
 
 // The formats in which verilator writes what it elaborated: XML, and JSON (the netlist and the file
-// table beside it). The top module is run.design.top. False when the text is not in the format.
-[[nodiscard]] bool read_verilator_xml(const std::string& path, VerilatorRun& run);
+// table beside it). The top module is run.design.top. False when the text is not in the format. The
+// XML does not say which structures are packed: the sources do, whose names are relative to
+// `folder`.
+[[nodiscard]] bool read_verilator_xml(const std::string& path, const std::string& folder,
+                                      VerilatorRun& run);
 [[nodiscard]] bool read_verilator_json(const std::string& netlist, const std::string& meta,
                                        VerilatorRun& run);
 

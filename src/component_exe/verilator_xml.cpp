@@ -4,9 +4,12 @@
 #include "verilator_drivers.h"
 #include "verilator_run.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <map>
+#include <sstream>
 #include <string_view>
 
 #include <tinyxml2.h>
@@ -31,18 +34,30 @@ void for_each(const XMLElement* parent, const char* name, Visit visit) {
   }
 }
 
+// Where a line begins in a text; its end when it has fewer lines.
+std::size_t begin_of_line(const std::string& text, unsigned line) {
+  std::size_t at = 0;
+  for (; line > 1 && at < text.size(); --line) {
+    at = std::min(text.find('\n', at), text.size() - 1) + 1;
+  }
+  return at;
+}
+
 class NetlistReader {
 public:
-  // Without its deepest lines, a document does not show what expressions are made of.
-  NetlistReader(const XMLElement& root, VerilatorRun& run, bool is_whole)
-      : m_root(root), m_run(run), m_has_drivers(is_whole) {}
+  // Without its deepest lines, a document does not show what expressions are made of. `folder` is
+  // what file names are relative to.
+  NetlistReader(const XMLElement& root, const std::string& folder, VerilatorRun& run, bool is_whole)
+      : m_root(root), m_folder(folder), m_run(run), m_has_drivers(is_whole) {}
 
   bool read() {
     note_files();
     const XMLElement* netlist = m_root.FirstChildElement("netlist");
-    for_each(
-        netlist != nullptr ? netlist->FirstChildElement("typetable") : nullptr, nullptr,
-        [this](const XMLElement& type) { m_types.add(attribute(type, "id"), read_type(type)); });
+    for_each(netlist != nullptr ? netlist->FirstChildElement("typetable") : nullptr, nullptr,
+             [this](const XMLElement& type) {
+               m_types.add(attribute(type, "id"), read_type(type));
+               m_elements[attribute(type, "id")] = &type;
+             });
     for_each(netlist, "module", [this](const XMLElement& module) {
       m_run.design.modules.push_back({attribute(module, "origName"), place_of(module)});
       if (m_has_drivers) {
@@ -97,12 +112,48 @@ private:
 
   Port read_port(const XMLElement& var) const {
     const std::string direction = attribute(var, "dir");
-    const PortType type = m_types.port_type(attribute(var, "dtype_id"));
+    PortType type = m_types.port_type(attribute(var, "dtype_id"));
+    if (type.kind == PortKind::vector && is_unpacked(attribute(var, "dtype_id"))) {
+      type = {PortKind::record, 0};
+    }
     return {attribute(var, "name"),
             direction == "input"    ? Direction::input
             : direction == "output" ? Direction::output
                                     : Direction::inout,
             type.kind, type.width, place_of(var)};
+  }
+
+  // Whether it is a struct or a union without "packed", which only the source shows.
+  bool is_unpacked(const std::string& id) const {
+    auto found = m_elements.find(id);
+    while (found != m_elements.end() && is_named(*found->second, "refdtype")) {
+      found = m_elements.find(attribute(*found->second, "sub_dtype_id"));
+    }
+    if (found == m_elements.end() ||
+        (!is_named(*found->second, "structdtype") && !is_named(*found->second, "uniondtype"))) {
+      return false;
+    }
+    std::istringstream words = code_at(*found->second);
+    std::string keyword;
+    std::string next;
+    words >> keyword >> next;
+    return (keyword == "struct" || keyword == "union") && !next.starts_with("packed") &&
+           next != "tagged";
+  }
+
+  // The source from an element's place on, without comments.
+  std::istringstream code_at(const XMLElement& element) const {
+    const Place place = place_of(element);
+    std::istringstream numbers(attribute(element, "loc"));
+    std::string column;
+    for (int i = 0; i < 3; ++i) {
+      std::getline(numbers, column, ',');
+    }
+    const std::string path = (std::filesystem::path(m_folder) / place.file).string();
+    const std::string code = blank_comments(read_text(path), FileKind::verilog);
+    const std::size_t at =
+        begin_of_line(code, place.line) + std::strtoul(column.c_str(), nullptr, 10) - 1;
+    return std::istringstream(at < code.size() ? code.substr(at) : "");
   }
 
   static NetlistType read_type(const XMLElement& type) {
@@ -164,9 +215,11 @@ private:
   }
 
   const XMLElement& m_root;
+  const std::string& m_folder;
   VerilatorRun& m_run;
   std::map<std::string, std::string> m_files;
   NetlistTypes m_types;
+  std::map<std::string, const XMLElement*> m_elements; // of the types
   bool m_has_drivers;
   bool m_is_found = false;
 };
@@ -188,7 +241,7 @@ std::string without_deep_lines(const std::string& text) {
 
 } // namespace
 
-bool read_verilator_xml(const std::string& path, VerilatorRun& run) {
+bool read_verilator_xml(const std::string& path, const std::string& folder, VerilatorRun& run) {
   const std::string text = read_text(path);
   tinyxml2::XMLDocument document;
   document.Parse(text.c_str(), text.size());
@@ -198,7 +251,7 @@ bool read_verilator_xml(const std::string& path, VerilatorRun& run) {
     document.Parse(shallow.c_str(), shallow.size());
   }
   return !document.Error() && document.RootElement() != nullptr &&
-         NetlistReader(*document.RootElement(), run, is_whole).read();
+         NetlistReader(*document.RootElement(), folder, run, is_whole).read();
 }
 
 } // namespace bfcl::component
