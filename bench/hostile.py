@@ -65,7 +65,7 @@ def main():
     parser.add_argument("--folder", type=Path, required=True)
     options = parser.parse_args()
     program = str(Path(options.program).resolve())
-    root = options.folder / "hostile"
+    root = options.folder.resolve() / "hostile"
     remove(root)
     root.mkdir(parents=True)
     plain = [b"p%015d" % number for number in range(COUNT)]

@@ -9,7 +9,7 @@ set -euo pipefail
 
 install_build_packages
 install_packages python3 tar time gnuplot-nox llvm
-build build
+build build -DCMAKE_BUILD_TYPE=Release
 mkdir -p build/bench
 python3 bench/bench.py --program build/bin/bfcl-library --folder build/bench --runs "${RUNS:-9}" |
   tee build/bench/table.md
