@@ -4,10 +4,7 @@
 Writes growth_size.dat and growth_count.dat: the parameter, our seconds, those of copying, and our
 CPU time a source in microseconds."""
 
-import argparse
-from pathlib import Path
-
-from measure import alternate, make_component, remove
+from measure import alternate, make_component, parse_options, remove
 
 SIZES = [(1, mib << 20) for mib in (16, 32, 64, 128, 256, 512)]
 COUNTS = [(count, 1024) for count in (1000, 2000, 4000, 8000, 16000, 32000)]
@@ -27,15 +24,11 @@ def measure(program, folder, count, size):
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--program", required=True)
-    parser.add_argument("--folder", type=Path, required=True)
-    options = parser.parse_args()
-    program = str(Path(options.program).resolve())
+    program, root = parse_options(__doc__)
     for name, points, parameter in (("size", SIZES, 1), ("count", COUNTS, 0)):
-        with open(options.folder / f"growth_{name}.dat", "w", encoding="ascii") as file:
+        with open(root / f"growth_{name}.dat", "w", encoding="ascii") as file:
             for point in points:
-                ours, copying = measure(program, options.folder / "inputs", *point)
+                ours, copying = measure(program, root / "inputs", *point)
                 cpu = 1e6 * ours.cpu / point[0]
                 file.write(f"{point[parameter]} {ours.wall:.4f} {copying.wall:.4f} {cpu:.1f}\n")
 

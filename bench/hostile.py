@@ -2,11 +2,9 @@
 # SPDX-License-Identifier: BSD-3-Clause
 """Compares the processor time of files made to be slow with that of ordinary ones of the same size."""
 
-import argparse
 import struct
-from pathlib import Path
 
-from measure import function_text, median, remove, run, write_spec
+from measure import function_text, median, parse_options, remove, run, write_spec
 
 COUNT = 50000
 SEARCHED = 8 << 20  # bytes
@@ -60,12 +58,8 @@ def write_component(folder, names, source):
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--program", required=True)
-    parser.add_argument("--folder", type=Path, required=True)
-    options = parser.parse_args()
-    program = str(Path(options.program).resolve())
-    root = options.folder.resolve() / "hostile"
+    program, folder = parse_options(__doc__)
+    root = folder / "hostile"
     remove(root)
     root.mkdir(parents=True)
     plain = [b"p%015d" % number for number in range(COUNT)]

@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: BSD-3-Clause
 """Running commands for their time and memory, and making the inputs of the work loads."""
 
+import argparse
 import dataclasses
 import os
 import random
@@ -19,6 +20,15 @@ class Sample:
     cpu: float  # seconds, user and system
     memory: int  # peak of one process, in KiB
     status: int
+
+
+def parse_options(description):
+    """The program and the folder of a command line, both absolute."""
+    parser = argparse.ArgumentParser(description=description)
+    parser.add_argument("--program", required=True)
+    parser.add_argument("--folder", type=Path, required=True)
+    options = parser.parse_args()
+    return str(Path(options.program).resolve()), options.folder.resolve()
 
 
 def run(command, folder):

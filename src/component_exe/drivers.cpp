@@ -259,7 +259,7 @@ private:
   std::map<std::pair<std::size_t, std::string>, std::size_t> m_ids;
   std::vector<Node> m_nodes;
   std::vector<Driver> m_drivers;
-  std::vector<std::size_t> m_dead; // whose uses are still to be told
+  std::vector<std::size_t> m_dead; // whose uses do not count them as dead yet
   std::vector<UndrivenOutputs> m_found;
 };
 

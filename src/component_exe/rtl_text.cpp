@@ -108,6 +108,14 @@ std::string read_text(const std::string& path) {
   return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
+std::size_t begin_of_line(const std::string& text, unsigned line) {
+  std::size_t at = 0;
+  for (; line > 1 && at < text.size(); --line) {
+    at = std::min(text.find('\n', at), text.size() - 1) + 1;
+  }
+  return at;
+}
+
 std::string blank_comments(std::string text, FileKind kind) {
   const std::string_view line_comment = kind == FileKind::vhdl ? "--" : "//";
   for (std::size_t at = 0; at < text.size(); ++at) {

@@ -18,6 +18,9 @@ namespace bfcl::component {
 // The bytes of a file; empty when it cannot be read.
 [[nodiscard]] std::string read_text(const std::string& path);
 
+// Where a line, counted from 1, begins in a text; the text's end when it has fewer lines.
+[[nodiscard]] std::size_t begin_of_line(const std::string& text, unsigned line);
+
 // The text with comments and the contents of strings blanked out, at the same length and lines.
 [[nodiscard]] std::string blank_comments(std::string text, FileKind kind);
 

@@ -16,12 +16,8 @@ namespace fs = std::filesystem;
 
 // The name in a text that a message is about.
 std::string name_at(const std::string& text, const VerilatorMessage& message) {
-  std::size_t from = 0;
-  for (unsigned line = 1; line < message.line && from != std::string::npos; ++line) {
-    from = text.find('\n', from);
-    from += from == std::string::npos ? 0 : 1;
-  }
-  if (from == std::string::npos || message.column == 0 || message.column > text.size() - from) {
+  std::size_t from = begin_of_line(text, message.line);
+  if (message.column == 0 || message.column > text.size() - from) {
     return "";
   }
   from += message.column - 1;
@@ -39,8 +35,8 @@ bool is_consequence(const VerilatorMessage& message) {
                      [&](const char* prefix) { return message.text.starts_with(prefix); });
 }
 
-// The errors that nothing could mend. What follows from a stand-in is none of its own, and what the
-// tool does not support is no fault of the RTL.
+// Reports the errors that are left after the last run. Errors that follow from a replacement are
+// not reported, nor is what the tool does not support, which is no fault of the RTL.
 void VerilogElaboration::report_rest(const VerilatorRun& run) {
   if (m_is_mended || (m_report.has_errors() && m_job.top != m_request.top)) {
     return;

@@ -34,15 +34,6 @@ void for_each(const XMLElement* parent, const char* name, Visit visit) {
   }
 }
 
-// Where a line begins in a text; its end when it has fewer lines.
-std::size_t begin_of_line(const std::string& text, unsigned line) {
-  std::size_t at = 0;
-  for (; line > 1 && at < text.size(); --line) {
-    at = std::min(text.find('\n', at), text.size() - 1) + 1;
-  }
-  return at;
-}
-
 class NetlistReader {
 public:
   // Without its deepest lines, a document does not show what expressions are made of. `folder` is

@@ -83,7 +83,7 @@ private:
   std::vector<std::pair<std::string, std::string>> m_unknown_parameters; // name and value
   bool m_has_wrong_value = false; // a parameter that does not elaborate is left out
   bool m_is_reordered = false;
-  bool m_is_mended = false; // by a stand-in, so that what follows from it is no finding
+  bool m_is_mended = false; // a file or module was replaced: what follows is no finding
 };
 
 // Whether it is what the tool says after other errors.
